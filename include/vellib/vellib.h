@@ -1,0 +1,41 @@
+#ifndef VELLIB_VELLIB_H
+#define VELLIB_VELLIB_H
+
+/* vellib: everything that the library exports, by subsystem. */
+
+/* Foundation */
+#include <vellib/velapi.h>
+#include <vellib/velerror.h>
+#include <vellib/vellimit.h>
+#include <vellib/vellog.h>
+#include <vellib/velmalloc.h>
+#include <vellib/velmallocfail.h>
+#include <vellib/velsizet.h>
+#include <vellib/veluninit.h>
+
+/* Strings and numbers */
+#include <vellib/velasprintf.h>
+#include <vellib/velconvert.h>
+#include <vellib/velendswith.h>
+#include <vellib/veli64tostr.h>
+#include <vellib/velmemdup.h>
+#include <vellib/velmemmem.h>
+#include <vellib/velsnprintf.h>
+#include <vellib/velstdio.h>
+#include <vellib/velstrcasecmp.h>
+#include <vellib/velstrdup.h>
+#include <vellib/velstrdup_lowercase.h>
+#include <vellib/velstrdupf.h>
+#include <vellib/velstrncasecmp.h>
+#include <vellib/velstrnchr.h>
+#include <vellib/velstrncpy.h>
+#include <vellib/velstrndup.h>
+#include <vellib/velstrstrip.h>
+#include <vellib/velstrtoi64.h>
+
+/* Base */
+#include <vellib/vellist.h>
+#include <vellib/velmutex.h>
+#include <vellib/veltime.h>
+
+#endif

@@ -1,0 +1,212 @@
+/* The calls that log. The buffers of a log only grow, and to the size needed, so a line allocates
+ * where it is the longest so far. */
+#include <vellib/vellog.h>
+
+#include <vellib/velmalloc.h>
+#include <vellib/velsnprintf.h>
+
+#include "util/velassert.h"
+#include "util/vellog_internal.h"
+
+/* Makes room for count characters and the NUL; what the buffer held is lost. */
+static bool vel_log_reserve(char **bufferptr, size_t *buflenptr, size_t count)
+{
+    if (*buflenptr > count)
+        return true;
+    vel_free(*bufferptr);
+    *buflenptr = 0;
+    *bufferptr = static_cast<char *>(vel_malloc(count + 1));
+    if (!*bufferptr)
+        return false;
+    *buflenptr = count + 1;
+    return true;
+}
+
+/* Formats twice: to measure, and then always into the buffer. Returns false if the message cannot
+ * be formatted or there is no memory for it. */
+static bool vel_log_format_twice(vellog *vellog, const char *format, va_list ap, size_t *countptr)
+{
+    va_list measured;
+    va_copy(measured, ap);
+    int res = vel_vsnprintf(vellog->buffer, vellog->buflen, format, measured);
+    va_end(measured);
+    if (res < 0)
+        return false;
+    auto count = static_cast<size_t>(res);
+    if (!vel_log_reserve(&vellog->buffer, &vellog->buflen, count))
+        return false;
+
+    res = vel_vsnprintf(vellog->buffer, vellog->buflen, format, ap);
+    VEL_ASSERT(res >= 0);
+    count = static_cast<size_t>(res);
+    VEL_ASSERT(count < vellog->buflen);
+    *countptr = count;
+    return true;
+}
+
+static int vel_log_internal(vellog *vellog, int level, int raw, const char *format, va_list ap)
+{
+    vellog = vel_log_check_internal(vellog);
+    if (!vellog)
+        return -1;
+    /* A lock that cannot be made lets the message go out without one. */
+    if (!vellog->mutex && vel_log_global && vel_log_global->macromutex)
+        vellog->mutex = vel_mutex_create();
+    velmutex *mutex = vellog->mutex;
+    if (mutex)
+        vel_mutex_lock(mutex);
+
+    int result = -1;
+    size_t count;
+    if (vel_log_format_twice(vellog, format, ap, &count) &&
+        vel_log_buffer(vellog, nullptr, vellog->buffer, count, level, raw) == 0)
+        result = 0;
+
+    if (mutex)
+        vel_mutex_unlock(mutex);
+    return result;
+}
+
+int vel_log(vellog *vellog, int level, const char *format, ...)
+{
+    va_list ap;
+    va_start(ap, format);
+    const int result = vel_log_internal(vellog, level, /*raw=*/0, format, ap);
+    va_end(ap);
+    return result;
+}
+
+int vel_log_raw(vellog *vellog, int level, const char *format, ...)
+{
+    va_list ap;
+    va_start(ap, format);
+    const int result = vel_log_internal(vellog, level, /*raw=*/1, format, ap);
+    va_end(ap);
+    return result;
+}
+
+void vel_log_macro_mutex_lock(void)
+{
+    if (vel_log_global && vel_log_global->macromutex)
+        vel_mutex_lock(vel_log_global->macromutex);
+}
+
+void vel_log_macro_mutex_unlock(void)
+{
+    if (vel_log_global && vel_log_global->macromutex)
+        vel_mutex_unlock(vel_log_global->macromutex);
+}
+
+void vel_log_macro_set_values(vellog *vellog, int level, const char *file, int line)
+{
+    if (!vel_log_global && vel_log_init() != 0)
+        return;
+    vel_log_global->macrolog = vellog;
+    vel_log_global->macrolevel = level;
+    vel_log_global->macrofile = file;
+    vel_log_global->macroline = line;
+}
+
+static const char vel_log_prefix_format[] = "%s:%d[%d]";
+
+/* Gives the prefix, or NULL where the message has to go out without. */
+static const char *vel_log_macro_format_prefix(vellog *vellog, const char *file, int line,
+                                               int level)
+{
+    int res =
+        vel_snprintf(vellog->prefix, vellog->prefixlen, vel_log_prefix_format, file, line, level);
+    if (res < 0)
+        return nullptr;
+    auto count = static_cast<size_t>(res);
+    if (vellog->prefixlen <= count) {
+        if (!vel_log_reserve(&vellog->prefix, &vellog->prefixlen, count))
+            return nullptr;
+        VEL_ASSERT(vellog->prefixlen > count);
+        res = vel_snprintf(vellog->prefix, vellog->prefixlen, vel_log_prefix_format, file, line,
+                           level);
+        VEL_ASSERT(res >= 0);
+        count = static_cast<size_t>(res);
+    }
+    VEL_ASSERT(count < vellog->prefixlen);
+    return vellog->prefix;
+}
+
+/* Formats once where the message fits: a line that no sink wants costs just this. */
+static bool vel_log_macro_format_message(vellog *vellog, const char *format, va_list ap,
+                                         size_t *countptr)
+{
+    va_list again;
+    va_copy(again, ap);
+    int res = vel_vsnprintf(vellog->buffer, vellog->buflen, format, ap);
+    bool formatted = res >= 0;
+    auto count = static_cast<size_t>(res);
+    if (formatted && vellog->buflen <= count) {
+        formatted = vel_log_reserve(&vellog->buffer, &vellog->buflen, count);
+        if (formatted) {
+            VEL_ASSERT(vellog->buflen > count);
+            res = vel_vsnprintf(vellog->buffer, vellog->buflen, format, again);
+            VEL_ASSERT(res >= 0);
+            count = static_cast<size_t>(res);
+        }
+    }
+    va_end(again);
+    if (!formatted)
+        return false;
+    VEL_ASSERT(count < vellog->buflen);
+    *countptr = count;
+    return true;
+}
+
+int vel_log_macro_format(const char *format, ...)
+{
+    if (!vel_log_global && vel_log_init() != 0)
+        return -1;
+    vellog *vellog = vel_log_check_internal(vel_log_global->macrolog);
+    if (!vellog)
+        return -1;
+    const int level = vel_log_global->macrolevel;
+    const char *prefix = vel_log_macro_format_prefix(vellog, vel_log_global->macrofile,
+                                                     vel_log_global->macroline, level);
+    size_t count;
+    va_list ap;
+    va_start(ap, format);
+    const bool formatted = vel_log_macro_format_message(vellog, format, ap, &count);
+    va_end(ap);
+    if (!formatted)
+        return -1;
+    return vel_log_buffer(vellog, prefix, vellog->buffer, count, level, 0) == 0 ? 0 : -1;
+}
+
+static const char *vel_log_macro_prefix_twice(vellog *vellog, const char *file, int line, int level)
+{
+    int res =
+        vel_snprintf(vellog->prefix, vellog->prefixlen, vel_log_prefix_format, file, line, level);
+    if (res < 0)
+        return nullptr;
+    auto count = static_cast<size_t>(res);
+    if (!vel_log_reserve(&vellog->prefix, &vellog->prefixlen, count))
+        return nullptr;
+    res = vel_snprintf(vellog->prefix, vellog->prefixlen, vel_log_prefix_format, file, line, level);
+    VEL_ASSERT(res >= 0);
+    count = static_cast<size_t>(res);
+    VEL_ASSERT(count < vellog->prefixlen);
+    return vellog->prefix;
+}
+
+int vel_log_macro(vellog *vellog, int level, const char *file, int line, const char *format, ...)
+{
+    VEL_ASSERT(file != NULL);
+
+    vellog = vel_log_check_internal(vellog);
+    if (!vellog)
+        return -1;
+    const char *prefix = vel_log_macro_prefix_twice(vellog, file, line, level);
+    size_t count;
+    va_list ap;
+    va_start(ap, format);
+    const bool formatted = vel_log_format_twice(vellog, format, ap, &count);
+    va_end(ap);
+    if (!formatted)
+        return -1;
+    return vel_log_buffer(vellog, prefix, vellog->buffer, count, level, 0) == 0 ? 0 : -1;
+}

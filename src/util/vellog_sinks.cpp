@@ -1,0 +1,122 @@
+/* The delivery of one message to the sinks, in a fixed order. */
+#include <cstring>
+#include <ctime>
+#include <syslog.h>
+
+#include <vellib/velmalloc.h>
+#include <vellib/velstrdupf.h>
+#include <vellib/velstrndup.h>
+#include <vellib/veltime.h>
+
+#include "util/velassert.h"
+#include "util/vellog_internal.h"
+
+/* What a stream sink writes; the stamp is made at the first sink that needs it. */
+struct vel_log_line {
+    time_t when;
+    bool stamped;
+    char stamp[64]; /* the time and a blank; empty in raw mode */
+    const char *prefix;
+    const char *string;
+    size_t length;
+};
+
+/* Without a broken-down time the line goes out all the same, in the year 1900. */
+static void vel_log_stamp(vel_log_line *line)
+{
+    if (line->stamped)
+        return;
+    line->stamped = true;
+    struct tm tm;
+    if (!vel_localtime_r(&line->when, &tm))
+        memset(&tm, 0, sizeof(tm));
+    snprintf(line->stamp, sizeof(line->stamp), "%04u-%02u-%02u %02u:%02u:%02u ",
+             static_cast<unsigned>(tm.tm_year) + 1900, static_cast<unsigned>(tm.tm_mon) + 1,
+             static_cast<unsigned>(tm.tm_mday), static_cast<unsigned>(tm.tm_hour),
+             static_cast<unsigned>(tm.tm_min), static_cast<unsigned>(tm.tm_sec));
+}
+
+/* Each part that cannot be written counts, and the next one is tried all the same. */
+static int vel_log_write_line(FILE *stream, vel_log_line *line)
+{
+    int failed = 0;
+    vel_log_stamp(line);
+    if (line->stamp[0] && fputs(line->stamp, stream) < 0)
+        failed++;
+    if (line->prefix && fprintf(stream, "%s ", line->prefix) < 0)
+        failed++;
+    if (fwrite(line->string, 1, line->length, stream) != line->length)
+        failed++;
+    if (fputc('\n', stream) == EOF)
+        failed++;
+    (void)fflush(stream);
+    return failed;
+}
+
+static int vel_log_to_callback(vellog *vellog, const vel_log_line *line, int level)
+{
+    if (!vellog->callback)
+        return 1;
+    return vellog->callback(line->string, line->length, level, line->when,
+                            vellog->callbackcontext) != 0;
+}
+
+static int vel_log_to_logfile(vellog *vellog, vel_log_line *line)
+{
+    int failed = 0;
+    if (!vellog->logfile && vel_log_logfile_recreate(vellog) != 0)
+        failed++;
+    if (vellog->logfile)
+        failed += vel_log_write_line(vellog->logfile, line);
+    return failed;
+}
+
+/* Syslog adds the time, and none of its failures counts. */
+static void vel_log_to_syslog(vellog *vellog, const vel_log_line *line, int level)
+{
+    const int priority = vellog->syslogmap[level] | vellog->syslogfacility;
+    char *message = vel_strndup(line->string, line->length);
+    if (!message) {
+        syslog(priority, "not enough memory for logging string");
+        return;
+    }
+    if (!line->prefix) {
+        syslog(priority, "%s", message);
+    } else if (char *joined = vel_strdupf("%s %s", line->prefix, message)) {
+        syslog(priority, "%s", joined);
+        vel_free(joined);
+    } else {
+        syslog(priority, "<not enough memory for prefix> %s", message);
+    }
+    vel_free(message);
+}
+
+int vel_log_buffer(vellog *vellog, const char *prefix, const char *string, size_t length, int level,
+                   int raw)
+{
+    VEL_ASSERT(vellog != NULL);
+    VEL_ASSERT(string != NULL);
+    VEL_ASSERT(raw == 0 || raw == 1);
+    VEL_ASSERT(vellog->buffer != NULL);
+
+    vel_log_line line;
+    line.when = vel_time(nullptr);
+    line.stamped = raw;
+    line.stamp[0] = '\0';
+    line.prefix = prefix;
+    line.string = string;
+    line.length = length;
+
+    int failed = 0;
+    if (vellog->callbackenabled && level <= vellog->callbacklevel)
+        failed += vel_log_to_callback(vellog, &line, level);
+    if (vellog->logfileenabled && level <= vellog->logfilelevel)
+        failed += vel_log_to_logfile(vellog, &line);
+    if (vellog->stdoutenabled && level <= vellog->stdoutlevel)
+        failed += vel_log_write_line(stdout, &line);
+    if (vellog->stderrenabled && level <= vellog->stderrlevel)
+        failed += vel_log_write_line(stderr, &line);
+    if (vellog->syslogenabled && level <= vellog->sysloglevel)
+        vel_log_to_syslog(vellog, &line, level);
+    return -failed;
+}
