@@ -38,4 +38,20 @@
 #include <vellib/velmutex.h>
 #include <vellib/veltime.h>
 
+/* Concurrency and time */
+#include <vellib/velcond.h>
+#include <vellib/velrwlock.h>
+#include <vellib/velsignal.h>
+#include <vellib/velsleep.h>
+#include <vellib/velthread.h>
+#include <vellib/veltimeout.h>
+#include <vellib/veltimer.h>
+
+/* Files */
+#include <vellib/veldeletefile.h>
+#include <vellib/velfile.h>
+#include <vellib/velrename.h>
+#include <vellib/velstat.h>
+#include <vellib/veltruncate.h>
+
 #endif
