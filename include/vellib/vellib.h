@@ -54,4 +54,7 @@
 #include <vellib/velstat.h>
 #include <vellib/veltruncate.h>
 
+/* Transport */
+#include <vellib/velhandle.h>
+
 #endif
