@@ -56,5 +56,7 @@
 
 /* Transport */
 #include <vellib/velhandle.h>
+#include <vellib/veladdrinfo.h>
+#include <vellib/velsocket.h>
 
 #endif
