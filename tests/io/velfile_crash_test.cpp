@@ -2,7 +2,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <ostream>
 #include <string>
 #include <vector>
 

@@ -1,7 +1,9 @@
 #include "support/tracee.h"
 
+#include <algorithm>
 #include <csignal>
-#include <cstdlib>
+#include <cstddef>
+#include <cstdio>
 
 #include <elf.h>
 #include <sys/ptrace.h>
