@@ -1,0 +1,128 @@
+#ifndef TESTS_SUPPORT_PLATFORM_MALLOC_H
+#define TESTS_SUPPORT_PLATFORM_MALLOC_H
+
+/* Defines the platform's allocator for the whole program, so that the allocations that the library
+ * itself makes can be counted and made to fail. Include this in one source of a program. */
+
+#include <cstddef>
+#include <cstring>
+#include <dlfcn.h>
+#include <vector>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define SUPPORT_INTERCEPTOR 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SUPPORT_INTERCEPTOR 1
+#endif
+
+#if defined(SUPPORT_INTERCEPTOR)
+#define SUPPORT_PLATFORM(name) __interceptor_##name
+#else
+#define SUPPORT_PLATFORM(name) __libc_##name
+#endif
+
+extern "C" {
+void *SUPPORT_PLATFORM(malloc)(size_t size);
+void *SUPPORT_PLATFORM(calloc)(size_t count, size_t size);
+void *SUPPORT_PLATFORM(realloc)(void *pointer, size_t size);
+}
+
+/* The first allocations come before the sanitizer has set up its shadow memory. */
+#define SUPPORT_UNCHECKED __attribute__((no_sanitize("address", "thread", "undefined")))
+
+namespace support {
+
+/* Watches the allocations of the library while it lives. One at a time, and one thread. */
+class malloc_watch {
+  public:
+    /* The allocations with the numbers first to last fail; the next one is number 1. */
+    explicit malloc_watch(size_t first = 0, size_t last = 0)
+    {
+        first_ = first;
+        last_ = last < first ? first : last;
+        count_ = 0;
+        watching_ = true;
+    }
+    ~malloc_watch()
+    {
+        watching_ = false;
+    }
+    malloc_watch(const malloc_watch &) = delete;
+    malloc_watch &operator=(const malloc_watch &) = delete;
+
+    /* What was asked for so far, in bytes. */
+    static std::vector<size_t> sizes()
+    {
+        return std::vector<size_t>(sizes_, sizes_ + count_);
+    }
+
+    /* Notes an allocation of the given caller; whether it is to fail. */
+    SUPPORT_UNCHECKED static bool note(size_t size, void *caller)
+    {
+        if (!watching_)
+            return false;
+        watching_ = false; /* for what the look-up may allocate */
+        Dl_info info;
+        const bool own = dladdr(caller, &info) && strstr(info.dli_fname, "libvellib");
+        watching_ = true;
+        if (!own || count_ == sizeof(sizes_) / sizeof(sizes_[0]))
+            return false;
+        sizes_[count_++] = size;
+        return first_ != 0 && count_ >= first_ && count_ <= last_;
+    }
+
+  private:
+    static inline bool watching_;
+    static inline size_t first_;
+    static inline size_t last_;
+    static inline size_t count_;
+    static inline size_t sizes_[64];
+};
+
+} // namespace support
+
+extern "C" {
+
+SUPPORT_UNCHECKED void *malloc(size_t size)
+{
+    if (support::malloc_watch::note(size, __builtin_return_address(0)))
+        return nullptr;
+    return SUPPORT_PLATFORM(malloc)(size);
+}
+
+SUPPORT_UNCHECKED void *calloc(size_t count, size_t size)
+{
+    if (support::malloc_watch::note(count * size, __builtin_return_address(0)))
+        return nullptr;
+    return SUPPORT_PLATFORM(calloc)(count, size);
+}
+
+SUPPORT_UNCHECKED void *realloc(void *pointer, size_t size)
+{
+    if (support::malloc_watch::note(size, __builtin_return_address(0)))
+        return nullptr;
+    return SUPPORT_PLATFORM(realloc)(pointer, size);
+}
+
+#if defined(SUPPORT_INTERCEPTOR)
+/* The leak check knows the blocks that the dynamic linker keeps by the caller of malloc, which is
+ * this file now. */
+const char *__lsan_default_suppressions(void);
+const char *__lsan_default_suppressions(void)
+{
+    return "leak:_dl_map_object_deps\nleak:_dl_open\n";
+}
+
+const char *__lsan_default_options(void);
+const char *__lsan_default_options(void)
+{
+    return "print_suppressions=0";
+}
+#endif
+
+} // extern "C"
+
+#endif

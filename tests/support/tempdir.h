@@ -1,0 +1,48 @@
+#ifndef TESTS_SUPPORT_TEMPDIR_H
+#define TESTS_SUPPORT_TEMPDIR_H
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace support {
+
+/* An empty directory that is the working directory while this lives, and is removed afterwards. */
+class temporary_directory {
+  public:
+    temporary_directory() : before_(std::filesystem::current_path())
+    {
+        char name[] = "/tmp/velXXXXXX";
+        if (!mkdtemp(name))
+            abort();
+        path_ = name;
+        std::filesystem::current_path(path_);
+    }
+    ~temporary_directory()
+    {
+        std::filesystem::current_path(before_);
+        std::filesystem::remove_all(path_);
+    }
+    temporary_directory(const temporary_directory &) = delete;
+    temporary_directory &operator=(const temporary_directory &) = delete;
+
+  private:
+    std::filesystem::path before_;
+    std::filesystem::path path_;
+};
+
+inline std::string read_file(const std::string &name)
+{
+    std::ifstream in(name, std::ios::binary);
+    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+inline void write_file(const std::string &name, const std::string &content)
+{
+    std::ofstream(name, std::ios::binary) << content;
+}
+
+} // namespace support
+
+#endif
