@@ -12,7 +12,9 @@ int vel_strcasecmp(const char *s1, const char *s2)
     for (;; s1++, s2++) {
         const auto c1 = static_cast<signed char>(*s1);
         const auto c2 = static_cast<signed char>(*s2);
-        const int result = tolower(c1) - tolower(c2);
+        /* tolower of glibc gives a negative byte back as the positive one. */
+        const int result =
+            static_cast<signed char>(tolower(c1)) - static_cast<signed char>(tolower(c2));
         if (result != 0)
             return result;
         if (c1 == '\0') {
