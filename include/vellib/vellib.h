@@ -59,4 +59,10 @@
 #include <vellib/veladdrinfo.h>
 #include <vellib/velsocket.h>
 
+/* Encodings */
+#include <vellib/velbase64.h>
+#include <vellib/velbin2hex.h>
+#include <vellib/velhex2bin.h>
+#include <vellib/velpem2der.h>
+
 #endif

@@ -1,0 +1,33 @@
+#ifndef VELLIB_PLATFORM_TEXTKERNELS_PLAIN_H
+#define VELLIB_PLATFORM_TEXTKERNELS_PLAIN_H
+
+#include "platform/textkernels.h"
+
+/* The kernels that take nothing, so that the callers' plain loops do everything. */
+
+static bool vel_plain_usable()
+{
+    return true;
+}
+
+static size_t vel_plain_encode(char *, const uint8_t *, size_t)
+{
+    return 0;
+}
+
+static size_t vel_plain_decode(uint8_t *, const uint8_t *, size_t)
+{
+    return 0;
+}
+
+static size_t vel_plain_check(const uint8_t *, size_t)
+{
+    return 0;
+}
+
+static constexpr vel_textkernels vel_plain_kernels = {
+    "plain",         vel_plain_usable, vel_plain_encode, vel_plain_decode,
+    vel_plain_check, vel_plain_encode, vel_plain_decode,
+};
+
+#endif
