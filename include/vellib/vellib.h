@@ -65,4 +65,7 @@
 #include <vellib/velhex2bin.h>
 #include <vellib/velpem2der.h>
 
+/* URLs */
+#include <vellib/velurl.h>
+
 #endif
