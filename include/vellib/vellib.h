@@ -58,6 +58,9 @@
 #include <vellib/velhandle.h>
 #include <vellib/veladdrinfo.h>
 #include <vellib/velsocket.h>
+#include <vellib/velhandle_tcp.h>
+#include <vellib/velhandle_udp.h>
+#include <vellib/veltcpserver.h>
 
 /* Encodings */
 #include <vellib/velbase64.h>
