@@ -8,7 +8,7 @@ import sys
 
 
 def read_layers(root):
-    order, allowed = {}, set()
+    order, allowed, cores = {}, set(), set()
     for line in (root / "tools/layers.txt").read_text().splitlines():
         words = line.split("#")[0].split()
         if not words:
@@ -19,7 +19,9 @@ def read_layers(root):
             sys.exit(f"tools/layers.txt lists {words[0]} twice")
         else:
             order[words[0]] = len(order)
-    return order, allowed
+            if words[1:] == ["core"]:
+                cores.add(words[0])
+    return order, allowed, cores
 
 
 def module_of(path, order):
@@ -46,7 +48,7 @@ def includes(path, root, order):
 
 def main():
     root = pathlib.Path(sys.argv[1])
-    order, allowed = read_layers(root)
+    order, allowed, cores = read_layers(root)
     faults = []
     files = sorted((root / "src").rglob("*.cpp")) + sorted((root / "src").rglob("*.h"))
     headers = sorted((root / "include/vellib").glob("*.h"))
@@ -67,7 +69,7 @@ def main():
             elif order[other] > order[module] and (module, other) not in allowed:
                 faults.append(f"{shown} includes {other}, which stands above {module}")
     for module in order:
-        if not list((root / "src").glob(module + "*.cpp")):
+        if not list((root / "src").glob(module + (".h" if module in cores else "*.cpp"))):
             faults.append(f"tools/layers.txt lists {module}, which has no source")
     print("\n".join(faults) or f"{len(order)} modules, {len(files)} files: all include downwards")
     return 1 if faults else 0
