@@ -177,7 +177,7 @@ void vel_socket_destroy(velsocket *velsocket)
 vel_error_t vel_socket_get_error(velsocket *velsocket)
 {
     VEL_ASSERT(velsocket != NULL);
-    return velsocket->error;
+    return velsocket->error.load(std::memory_order_relaxed);
 }
 
 /* Binds to the first address that the list has. */
@@ -244,8 +244,7 @@ vel_error_t vel_socket_bind(velsocket *velsocket, const char *address, unsigned 
     VEL_ASSERT(address != NULL);
     VEL_ASSERT(port < 65536);
 
-    velsocket->error = vel_socket_bind_numeric(velsocket, address, port);
-    return velsocket->error;
+    return vel_socket_keep_error(velsocket, vel_socket_bind_numeric(velsocket, address, port));
 }
 
 vel_error_t vel_socket_listen(velsocket *velsocket, int backlog)
@@ -260,8 +259,7 @@ vel_error_t vel_socket_listen(velsocket *velsocket, int backlog)
         VEL_LOG(7, "listen() returned error %d", platformerrno);
         velerror = VEL_ERROR_GENERIC;
     }
-    velsocket->error = velerror;
-    return velerror;
+    return vel_socket_keep_error(velsocket, velerror);
 }
 
 static vel_error_t vel_socket_accept_connection(const struct velsocket *velsocket,
@@ -300,8 +298,8 @@ vel_error_t vel_socket_accept(velsocket *velsocket, struct velsocket **connectio
     VEL_ASSERT(connectionsocketptr != NULL);
 
     *connectionsocketptr = nullptr;
-    velsocket->error = vel_socket_accept_connection(velsocket, connectionsocketptr);
-    return velsocket->error;
+    return vel_socket_keep_error(velsocket,
+                                 vel_socket_accept_connection(velsocket, connectionsocketptr));
 }
 
 vel_error_t vel_socket_enable_broadcast(velsocket *velsocket)
@@ -344,12 +342,11 @@ vel_error_t vel_socket_get_local_port(velsocket *velsocket, unsigned int *portpt
     auto *room = static_cast<struct sockaddr_storage *>(vel_cmalloc(sizeof(sockaddr_storage)));
     if (!room) {
         VEL_LOG(7, "not enough memory for struct sockaddr_storage");
-        velsocket->error = VEL_ERROR_NO_MEMORY;
-        return VEL_ERROR_NO_MEMORY;
+        return vel_socket_keep_error(velsocket, VEL_ERROR_NO_MEMORY);
     }
-    velsocket->error = vel_socket_read_local_port(velsocket, room, portptr);
+    vel_error_t velerror = vel_socket_read_local_port(velsocket, room, portptr);
     vel_free(room);
-    return velsocket->error;
+    return vel_socket_keep_error(velsocket, velerror);
 }
 
 static vel_error_t vel_socket_read_peer_name(const struct velsocket *velsocket,
@@ -386,8 +383,8 @@ vel_error_t vel_socket_get_peer_name(velsocket *velsocket, struct sockaddr *sock
     VEL_ASSERT(salenptr != NULL);
     VEL_ASSERT(*salenptr > 0);
 
-    velsocket->error = vel_socket_read_peer_name(velsocket, sockaddr, salenptr);
-    if (velsocket->error != VEL_ERROR_NONE)
+    vel_error_t velerror = vel_socket_read_peer_name(velsocket, sockaddr, salenptr);
+    if (velerror != VEL_ERROR_NONE)
         *salenptr = 0;
-    return velsocket->error;
+    return vel_socket_keep_error(velsocket, velerror);
 }

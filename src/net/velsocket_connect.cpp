@@ -134,8 +134,7 @@ vel_error_t vel_socket_connect(velsocket *velsocket, const char *name, unsigned 
         velerror = vel_socket_connect_wait(velsocket, -1, 0);
     else if (velerror != VEL_ERROR_NONE)
         vel_socket_log_failed_connect(name, port, velerror);
-    velsocket->error = velerror;
-    return velerror;
+    return vel_socket_keep_error(velsocket, velerror);
 }
 
 static vel_error_t vel_socket_connect_first(struct velsocket *velsocket, const char *name,
@@ -173,8 +172,7 @@ vel_error_t vel_socket_connect_async(velsocket *velsocket, const char *name, uns
     VEL_ASSERT(port > 0);
     VEL_ASSERT(port < 65536);
 
-    velsocket->error = vel_socket_connect_first(velsocket, name, port);
-    return velsocket->error;
+    return vel_socket_keep_error(velsocket, vel_socket_connect_first(velsocket, name, port));
 }
 
 /* Waits for the address in progress. Returns VEL_ERROR_NONE if it has ended, with the errno that it

@@ -6,6 +6,7 @@
  * velsocket_walk.cpp trying the addresses of a host in turn, and velsocket_connect.cpp the connects
  * that stand on that. All of them log as net/velsocket. */
 
+#include <atomic>
 #include <cstdint>
 #include <netinet/in.h>
 
@@ -42,8 +43,18 @@ struct velsocket {
     struct veltimeout *readtimeout; /* owned */
     int domain;                     /* what the descriptor was made with */
     int socktype;
-    vel_error_t error; /* of the last operation that keeps one */
+    /* Of the last operation that keeps one. Relaxed: the port of a server may be asked for while the
+     * thread of the server waits on the same socket, and both leave their result here. So an
+     * operation returns its own result, and never what it finds here. */
+    std::atomic<vel_error_t> error;
 };
+
+/* Keeps the result of an operation in the socket, and returns it. */
+static inline vel_error_t vel_socket_keep_error(struct velsocket *velsocket, vel_error_t velerror)
+{
+    velsocket->error.store(velerror, std::memory_order_relaxed);
+    return velerror;
+}
 
 /* What one errno of a call means. A table of them ends in a row with errno 0, which stands for
  * every errno without a row of its own. */

@@ -211,7 +211,7 @@ size_t vel_socket_read_with_timeout(velsocket *velsocket, void *buf, size_t maxl
 
     size_t count = 0;
     vel_timeout_set(velsocket->readtimeout, timeoutsecs, timeoutusecs);
-    velsocket->error = vel_socket_read_within(velsocket, &count, buf, maxlen);
+    vel_socket_keep_error(velsocket, vel_socket_read_within(velsocket, &count, buf, maxlen));
     return count;
 }
 
@@ -223,9 +223,10 @@ size_t vel_socket_write(velsocket *velsocket, const void *buf, size_t len)
 
     const bool udp = velsocket->socktype == SOCK_DGRAM;
     size_t count = 0;
-    velsocket->error = udp ? vel_socket_write_udp(velsocket, &count, buf, len)
-                           : vel_socket_send(velsocket, &count, buf, len, 0);
-    if (velsocket->error == VEL_ERROR_NONE)
+    vel_error_t velerror = udp ? vel_socket_write_udp(velsocket, &count, buf, len)
+                               : vel_socket_send(velsocket, &count, buf, len, 0);
+    vel_socket_keep_error(velsocket, velerror);
+    if (velerror == VEL_ERROR_NONE)
         return count;
 
     /* The errno is read once more, as it stands after the lines logged so far. */
@@ -234,6 +235,6 @@ size_t vel_socket_write(velsocket *velsocket, const void *buf, size_t len)
         VEL_LOG(7, "%s() returned EACCES", udp ? "sendto" : "send");
         return EACCES;
     }
-    velsocket->error = vel_socket_map_errno(vel_socket_write_errors, platformerrno);
+    vel_socket_keep_error(velsocket, vel_socket_map_errno(vel_socket_write_errors, platformerrno));
     return 0;
 }

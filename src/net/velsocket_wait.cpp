@@ -57,9 +57,9 @@ vel_error_t vel_socket_poll_read(velsocket *velsocket, int timeoutsecs, unsigned
     VEL_ASSERT(velsocket != NULL);
     VEL_ASSERT(timeoutusecs < 1000000);
 
-    velsocket->error = vel_socket_wait_readable(
-        velsocket, vel_socket_poll_milliseconds(timeoutsecs, timeoutusecs));
-    return velsocket->error;
+    return vel_socket_keep_error(
+        velsocket, vel_socket_wait_readable(
+                       velsocket, vel_socket_poll_milliseconds(timeoutsecs, timeoutusecs)));
 }
 
 vel_error_t vel_socket_poll_write(velsocket *velsocket, int timeoutsecs, unsigned int timeoutusecs)
@@ -69,11 +69,10 @@ vel_error_t vel_socket_poll_write(velsocket *velsocket, int timeoutsecs, unsigne
 
     struct pollfd pollfd = {velsocket->descriptor, POLLOUT, 0};
     const int count = poll(&pollfd, 1, vel_socket_poll_milliseconds(timeoutsecs, timeoutusecs));
+    vel_error_t velerror = count > 0 ? VEL_ERROR_NONE : VEL_ERROR_TIMED_OUT;
     if (count < 0)
-        velsocket->error = vel_socket_map_errno(vel_socket_poll_errors, errno);
-    else
-        velsocket->error = count > 0 ? VEL_ERROR_NONE : VEL_ERROR_TIMED_OUT;
-    return velsocket->error;
+        velerror = vel_socket_map_errno(vel_socket_poll_errors, errno);
+    return vel_socket_keep_error(velsocket, velerror);
 }
 
 vel_error_t vel_socket_enable_wakeup(velsocket *velsocket)
