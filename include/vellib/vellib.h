@@ -38,6 +38,12 @@
 #include <vellib/velmutex.h>
 #include <vellib/veltime.h>
 
+/* Containers */
+#include <vellib/velcache.h>
+#include <vellib/velhash.h>
+#include <vellib/velhashfunc.h>
+#include <vellib/velstringhash.h>
+
 /* Concurrency and time */
 #include <vellib/velcond.h>
 #include <vellib/velrwlock.h>

@@ -1,0 +1,464 @@
+#include <vellib/velhash.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include <vellib/velmalloc.h>
+
+#include "adt/velhash_core.h"
+#include "util/vellog_macros.h"
+
+#define VEL_MODULE "adt/velhash"
+
+/* Items of a host: everything goes through its callbacks, and a moved item is searched for as the
+ * host may expect it to be, with one comparison at least. */
+struct vel_hash_hostkind {
+    using key = const void *; /* an item, or what stands for one */
+
+    static void *item(const velhash *velhash, vel_listlink *link)
+    {
+        return reinterpret_cast<char *>(link) - velhash->linkoffset;
+    }
+
+    static vel_listlink *link(const velhash *velhash, void *item)
+    {
+        return reinterpret_cast<vel_listlink *>(static_cast<char *>(item) + velhash->linkoffset);
+    }
+
+    static key key_of(const velhash *, const void *item)
+    {
+        return item;
+    }
+
+    static size_t hash_of(const velhash *velhash, const void *item)
+    {
+        return velhash->calchashcallback(item, velhash->context);
+    }
+
+    static bool matches(const velhash *velhash, const void *item, key searchitem)
+    {
+        return velhash->comparecallback(item, searchitem, velhash->context) == 0;
+    }
+
+    static size_t take_first(velhash *velhash, size_t slot, vel_listlink *link);
+    static void take_found(velhash *velhash, size_t slot, vel_listlink *link);
+};
+
+/* Takes the item equal to searchitem out of an array, and returns it, or NULL. */
+static void *vel_hash_array_remove_item(velhash *velhash, velhasharray *velhasharray, size_t slot,
+                                        const void *searchitem)
+{
+    vel_listlink *const link =
+        vel_hash_array_find<vel_hash_hostkind>(velhash, velhasharray, slot, searchitem);
+
+    if (!link)
+        return nullptr;
+    vel_hash_array_unlink(velhasharray, slot, link);
+    return vel_hash_hostkind::item(velhash, link);
+}
+
+/* The slot in which the item stands is not relied on: its hash has to lead there. */
+size_t vel_hash_hostkind::take_first(velhash *velhash, size_t, vel_listlink *link)
+{
+    velhasharray *const mainarray = velhash->mainarray;
+    void *const firstitem = item(velhash, link);
+    const size_t hash = hash_of(velhash, firstitem);
+    const void *const it = vel_hash_array_remove_item(
+        velhash, mainarray, vel_hash_array_slot(mainarray, hash), firstitem);
+
+    VEL_ASSERT(it == firstitem);
+    return hash;
+}
+
+void vel_hash_hostkind::take_found(velhash *velhash, size_t slot, vel_listlink *link)
+{
+    void *const founditem = item(velhash, link);
+    const void *const it = vel_hash_array_remove_item(velhash, velhash->mainarray, slot, founditem);
+
+    VEL_ASSERT(it == founditem);
+}
+
+/* ---- Arrays ---- */
+
+static size_t vel_hash_blockcount(size_t slotcount)
+{
+    return (slotcount + vel_hash_blockslots - 1) / vel_hash_blockslots;
+}
+
+static void vel_hash_array_destroy(velhasharray *velhasharray)
+{
+    vel_free(velhasharray->slots);
+    vel_free(velhasharray);
+}
+
+/* One block of memory for the slots and the usage of their blocks, of which only the usage is
+ * zeroed. NULL also if its size cannot be told in a size_t. */
+static vel_list *vel_hash_array_allocate_slots(size_t slotcount)
+{
+    if (slotcount > SIZE_MAX / sizeof(vel_list) / 2)
+        return nullptr;
+    const size_t slotsize = slotcount * sizeof(vel_list);
+    const size_t usagesize = vel_hash_blockcount(slotcount) * sizeof(uint32_t);
+
+    auto *slots = static_cast<vel_list *>(vel_malloc(slotsize + usagesize));
+    if (slots)
+        memset(slots + slotcount, 0, usagesize);
+    return slots;
+}
+
+static velhasharray *vel_hash_array_create(size_t slotcount)
+{
+    VEL_ASSERT(slotcount >= 5);
+
+    auto *velhasharray =
+        static_cast<struct velhasharray *>(vel_cmalloc(sizeof(struct velhasharray)));
+    if (!velhasharray) {
+        VEL_LOG(7, "not enough memory for hash array structure");
+        return nullptr;
+    }
+    velhasharray->slots = vel_hash_array_allocate_slots(slotcount);
+    if (!velhasharray->slots) {
+        VEL_LOG(7, "not enough memory for hash array slots (%zu bytes)",
+                slotcount * sizeof(vel_list));
+        vel_hash_array_destroy(velhasharray);
+        return nullptr;
+    }
+    velhasharray->slotcount = slotcount;
+    velhasharray->reciprocal = SIZE_MAX / slotcount;
+    velhasharray->blockusage = reinterpret_cast<uint32_t *>(velhasharray->slots + slotcount);
+    return velhasharray;
+}
+
+void vel_hash_array_open_block(velhasharray *velhasharray, size_t block)
+{
+    const size_t start = block * vel_hash_blockslots;
+    const size_t count = std::min(vel_hash_blockslots, velhasharray->slotcount - start);
+
+    memset(velhasharray->slots + start, 0, count * sizeof(vel_list));
+    velhasharray->blockusage[block] = 1;
+}
+
+vel_listlink *vel_hash_array_first(const velhasharray *velhasharray, size_t startslot,
+                                   size_t *slotptr)
+{
+    VEL_ASSERT(startslot < velhasharray->slotcount);
+
+    const size_t slotcount = velhasharray->slotcount;
+    size_t slot = startslot;
+    while (slot < slotcount) {
+        const size_t block = slot / vel_hash_blockslots;
+        const size_t end = std::min((block + 1) * vel_hash_blockslots, slotcount);
+
+        if (velhasharray->blockusage[block] <= 1)
+            slot = end;
+        for (; slot < end; slot++) {
+            if (velhasharray->slots[slot].head) {
+                *slotptr = slot;
+                return static_cast<vel_listlink *>(velhasharray->slots[slot].head);
+            }
+        }
+    }
+    *slotptr = slotcount - 1;
+    return nullptr;
+}
+
+/* Destroys the items slot by slot, those of a slot from the head on. */
+static void vel_hash_array_clear(velhash *velhash, velhasharray *velhasharray)
+{
+    size_t slot = 0;
+
+    while (vel_listlink *link = vel_hash_array_first(velhasharray, slot, &slot)) {
+        vel_hash_array_unlink(velhasharray, slot, link);
+        velhash->destroycallback(vel_hash_hostkind::item(velhash, link), velhash->context);
+        velhash->entries--;
+    }
+    VEL_ASSERT(velhasharray->entries == 0);
+}
+
+/* ---- Resizing ---- */
+
+/* Makes the array that items move to, and has the search for the first of them begin anew. */
+static velhasharray *vel_hash_start_resize(velhash *velhash, size_t slotcount)
+{
+    velhash->mainarray->cursor = 0;
+    return vel_hash_array_create(slotcount);
+}
+
+void vel_hash_start_growing(velhash *velhash)
+{
+    VEL_ASSERT(velhash->biggerarray == NULL);
+    VEL_ASSERT(velhash->smallerarray == NULL);
+
+    const size_t slotcount = velhash->mainarray->slotcount;
+    const size_t newslotcount = 4 * slotcount + 1;
+    if (newslotcount <= slotcount)
+        return;
+
+    VEL_LOG(13, "start growing hashtable to %zu slots", newslotcount);
+    velhash->biggerarray = vel_hash_start_resize(velhash, newslotcount);
+    if (!velhash->biggerarray)
+        VEL_LOG(7, "not enough memory to grow the hashtable from %zu to %zu slots", slotcount,
+                newslotcount);
+}
+
+void vel_hash_start_shrinking(velhash *velhash)
+{
+    VEL_ASSERT(velhash->biggerarray == NULL);
+    VEL_ASSERT(velhash->smallerarray == NULL);
+
+    const size_t slotcount = velhash->mainarray->slotcount;
+    const size_t newslotcount = std::max((slotcount - 1) / 4, velhash->minslotcount);
+
+    VEL_LOG(13, "start shrinking hashtable to %zu slots", newslotcount);
+    velhash->smallerarray = vel_hash_start_resize(velhash, newslotcount);
+    if (!velhash->smallerarray)
+        VEL_LOG(7, "not enough memory to shrink the hashtable from %zu to %zu slots", slotcount,
+                newslotcount);
+}
+
+void vel_hash_replace_main(velhash *velhash)
+{
+    velhasharray *const target = vel_hash_target(velhash);
+
+    VEL_LOG(13, "replacing the main hash array with the %s one",
+            target == velhash->biggerarray ? "bigger" : "smaller");
+    vel_hash_array_destroy(velhash->mainarray);
+    velhash->mainarray = target;
+    velhash->biggerarray = nullptr;
+    velhash->smallerarray = nullptr;
+}
+
+/* ---- Life ---- */
+
+/* Gives a new table its array. Returns the table, or NULL, when it is destroyed. */
+static velhash *vel_hash_build(velhash *velhash)
+{
+    velhash->mainarray = vel_hash_array_create(velhash->minslotcount);
+    if (!velhash->mainarray) {
+        vel_hash_destroy(velhash);
+        return nullptr;
+    }
+    return velhash;
+}
+
+velhash *vel_hash_create(size_t linkoffset, vel_hash_calc_cb *calchashcallback,
+                         vel_hash_compare_cb *comparecallback, vel_hash_destroy_cb *destroycallback,
+                         void *context)
+{
+    VEL_ASSERT(calchashcallback != NULL);
+    VEL_ASSERT(comparecallback != NULL);
+    VEL_ASSERT(destroycallback != NULL);
+
+    auto *velhash = static_cast<struct velhash *>(vel_cmalloc(sizeof(struct velhash)));
+    if (!velhash) {
+        VEL_LOG(7, "not enough memory for velhash structure");
+        return nullptr;
+    }
+    velhash->minslotcount = vel_hash_initialslots;
+    velhash->calchashcallback = calchashcallback;
+    velhash->comparecallback = comparecallback;
+    velhash->destroycallback = destroycallback;
+    velhash->linkoffset = linkoffset;
+    velhash->context = context;
+
+    VEL_LOG(13, "create an initial hash array of size %zu", velhash->minslotcount);
+    return vel_hash_build(velhash);
+}
+
+velhash *vel_hash_create_from(velhash *original)
+{
+    VEL_ASSERT(original != NULL);
+
+    auto *velhash = static_cast<struct velhash *>(vel_cmalloc(sizeof(struct velhash)));
+    if (!velhash) {
+        VEL_LOG(7, "not enough memory for duplicating hashtable");
+        return nullptr;
+    }
+    velhash->minslotcount = original->minslotcount;
+    velhash->calchashcallback = original->calchashcallback;
+    velhash->comparecallback = original->comparecallback;
+    velhash->destroycallback = original->destroycallback;
+    velhash->linkoffset = original->linkoffset;
+    velhash->context = original->context;
+    return vel_hash_build(velhash);
+}
+
+void vel_hash_destroy(velhash *velhash)
+{
+    VEL_ASSERT(velhash != NULL);
+
+    vel_hash_clear(velhash);
+    VEL_ASSERT(velhash->entries == 0);
+    if (velhash->mainarray)
+        vel_hash_array_destroy(velhash->mainarray);
+    vel_free(velhash);
+}
+
+/* Clears an array that items were to move to, and destroys it. */
+static void vel_hash_drop_array(velhash *velhash, velhasharray **velhasharrayptr)
+{
+    if (!*velhasharrayptr)
+        return;
+    vel_hash_array_clear(velhash, *velhasharrayptr);
+    vel_hash_array_destroy(*velhasharrayptr);
+    *velhasharrayptr = nullptr;
+}
+
+void vel_hash_clear(velhash *velhash)
+{
+    VEL_ASSERT(velhash != NULL);
+
+    vel_hash_drop_array(velhash, &velhash->biggerarray);
+    vel_hash_drop_array(velhash, &velhash->smallerarray);
+    if (!velhash->mainarray)
+        return;
+    vel_hash_array_clear(velhash, velhash->mainarray);
+    if (velhash->mainarray->slotcount == velhash->minslotcount)
+        return;
+
+    velhasharray *const newarray = vel_hash_array_create(velhash->minslotcount);
+    if (!newarray) {
+        VEL_LOG(7, "not enough memory to return the hash array to the minimum size, keeping the "
+                   "current size");
+        return;
+    }
+    vel_hash_array_destroy(velhash->mainarray);
+    velhash->mainarray = newarray;
+}
+
+/* ---- Items ---- */
+
+void vel_hash_add(velhash *velhash, void *item)
+{
+    VEL_ASSERT(velhash != NULL);
+    VEL_ASSERT(item != NULL);
+
+    vel_hash_add_item<vel_hash_hostkind>(velhash, item, vel_hash_hostkind::hash_of(velhash, item));
+}
+
+/* Whether the item with this link, and not one equal to it, is in a slot. */
+static bool vel_hash_array_check_item(const velhasharray *velhasharray, size_t slot,
+                                      const vel_listlink *link)
+{
+    const vel_listlink *other = vel_hash_array_chain(velhasharray, slot);
+
+    while (other && other != link)
+        other = static_cast<const vel_listlink *>(other->next);
+    return other != nullptr;
+}
+
+void vel_hash_remove(velhash *velhash, void *item)
+{
+    VEL_ASSERT(velhash != NULL);
+    VEL_ASSERT(item != NULL);
+
+    const size_t hash = vel_hash_hostkind::hash_of(velhash, item);
+    vel_listlink *const link = vel_hash_hostkind::link(velhash, item);
+    velhasharray *const targethasharray = vel_hash_target(velhash);
+    velhasharray *const mainarray = velhash->mainarray;
+    const size_t slot = vel_hash_array_slot(targethasharray, hash);
+    const size_t block = slot / vel_hash_blockslots;
+
+    const bool regular = vel_hash_array_check_item(targethasharray, slot, link);
+    if (!regular && targethasharray != mainarray &&
+        !vel_hash_array_check_item(mainarray, vel_hash_array_slot(mainarray, hash), link))
+        return;
+
+    /* An item that is not in the target array is taken out of it all the same: that is the
+     * contract. What the slot holds then is unknown, so its block counts as full for good. */
+    if (targethasharray->blockusage[block] == 0)
+        vel_hash_array_open_block(targethasharray, block);
+    targethasharray->blockusage[block] =
+        regular ? targethasharray->blockusage[block] - 1 : UINT32_MAX / 2;
+    VEL_LIST_REMOVE(&targethasharray->slots[slot], link);
+    VEL_ASSERT(targethasharray->entries > 0);
+    targethasharray->entries--;
+    VEL_ASSERT(velhash->entries > 0);
+    velhash->entries--;
+    vel_hash_after_remove<vel_hash_hostkind>(velhash, targethasharray);
+}
+
+void *vel_hash_lookup(velhash *velhash, const void *searchitem)
+{
+    VEL_ASSERT(velhash != NULL);
+    VEL_ASSERT(searchitem != NULL);
+
+    vel_listlink *const link = vel_hash_lookup_item<vel_hash_hostkind>(
+        velhash, searchitem, vel_hash_hostkind::hash_of(velhash, searchitem));
+    return link ? vel_hash_hostkind::item(velhash, link) : nullptr;
+}
+
+/* ---- Enumeration ---- */
+
+/* The first item of an array from a slot on, which may lie behind the last; if there is none, the
+ * first of mainarray, unless that is the array. */
+static void *vel_hash_enumerate_from(const velhash *velhash, const velhasharray *velhasharray,
+                                     size_t startslot)
+{
+    vel_listlink *link = nullptr;
+    size_t slot;
+
+    if (startslot < velhasharray->slotcount)
+        link = vel_hash_array_first(velhasharray, startslot, &slot);
+    if (!link && velhasharray != velhash->mainarray)
+        link = vel_hash_array_first(velhash->mainarray, 0, &slot);
+    return link ? vel_hash_hostkind::item(velhash, link) : nullptr;
+}
+
+void *vel_hash_enumerate_start(velhash *velhash)
+{
+    VEL_ASSERT(velhash != NULL);
+
+    return vel_hash_enumerate_from(velhash, vel_hash_target(velhash), 0);
+}
+
+static bool vel_hash_array_is_tail(const velhasharray *velhasharray, size_t slot,
+                                   const vel_listlink *link)
+{
+    return vel_hash_array_chain(velhasharray, slot) && velhasharray->slots[slot].tail == link;
+}
+
+void *vel_hash_enumerate_next(velhash *velhash, void *item)
+{
+    VEL_ASSERT(velhash != NULL);
+    VEL_ASSERT(item != NULL);
+
+    vel_listlink *const link = vel_hash_hostkind::link(velhash, item);
+    if (link->next)
+        return vel_hash_hostkind::item(velhash, static_cast<vel_listlink *>(link->next));
+
+    const size_t hash = vel_hash_hostkind::hash_of(velhash, item);
+    const velhasharray *velhasharray = vel_hash_target(velhash);
+    size_t slot = vel_hash_array_slot(velhasharray, hash);
+    if (velhasharray != velhash->mainarray && !vel_hash_array_is_tail(velhasharray, slot, link)) {
+        velhasharray = velhash->mainarray;
+        slot = vel_hash_array_slot(velhasharray, hash);
+        if (!vel_hash_array_is_tail(velhasharray, slot, link)) {
+            VEL_LOG(6, "invalid hash item");
+            VEL_UNREACHABLE();
+        }
+    }
+    return vel_hash_enumerate_from(velhash, velhasharray, slot + 1);
+}
+
+/* ---- State ---- */
+
+static void vel_hash_array_debug_state(const velhasharray *velhasharray, size_t *entriesptr,
+                                       size_t *slotsptr)
+{
+    if (entriesptr)
+        *entriesptr = velhasharray ? velhasharray->entries : 0;
+    if (slotsptr)
+        *slotsptr = velhasharray ? velhasharray->slotcount : 0;
+}
+
+void vel_hash_debug_state(velhash *velhash, size_t *mainentries, size_t *mainslots,
+                          size_t *biggerentries, size_t *biggerslots, size_t *smallerentries,
+                          size_t *smallerslots)
+{
+    VEL_ASSERT(velhash != NULL);
+
+    vel_hash_array_debug_state(velhash->mainarray, mainentries, mainslots);
+    vel_hash_array_debug_state(velhash->biggerarray, biggerentries, biggerslots);
+    vel_hash_array_debug_state(velhash->smallerarray, smallerentries, smallerslots);
+}

@@ -1,0 +1,57 @@
+#ifndef VELLIB_ADT_VELHASHFUNC_INTERNAL_H
+#define VELLIB_ADT_VELHASHFUNC_INTERNAL_H
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+/* The hash of vel_hashfunc_string for who knows the length as well. It reads eight bytes at once
+ * and never more than the string has. */
+
+/* An unsigned number of the type Number, first byte highest. */
+template <typename Number> static inline uint64_t vel_hashfunc_load(const char *bytes)
+{
+    Number number;
+
+    memcpy(&number, bytes, sizeof number);
+    if constexpr (std::endian::native == std::endian::little) {
+        if constexpr (sizeof number == 8)
+            number = __builtin_bswap64(number);
+        else if constexpr (sizeof number == 4)
+            number = __builtin_bswap32(number);
+        else
+            number = __builtin_bswap16(number);
+    }
+    return number;
+}
+
+/* The last, incomplete group. Where two loads overlap they have the same bits in the same place. */
+static inline uint64_t vel_hashfunc_rest(const char *string, size_t length)
+{
+    const size_t rest = length % 8;
+    const char *const start = string + (length - rest);
+
+    if (rest == 0)
+        return 0;
+    if (length > 8)
+        return vel_hashfunc_load<uint64_t>(string + length - 8) & ((uint64_t{1} << 8 * rest) - 1);
+    if (rest >= 4)
+        return vel_hashfunc_load<uint32_t>(start) << 8 * (rest - 4) |
+               vel_hashfunc_load<uint32_t>(start + rest - 4);
+    if (rest >= 2)
+        return vel_hashfunc_load<uint16_t>(start) << 8 * (rest - 2) |
+               vel_hashfunc_load<uint16_t>(start + rest - 2);
+    return static_cast<unsigned char>(*start);
+}
+
+static inline uint64_t vel_hashfunc_sized_string(const char *string, size_t length)
+{
+    uint64_t hash = 0;
+
+    for (size_t position = 0; position + 8 <= length; position += 8)
+        hash = vel_hashfunc_load<uint64_t>(string + position) ^ std::rotl(hash, 5);
+    return vel_hashfunc_rest(string, length) ^ std::rotl(hash, 5);
+}
+
+#endif

@@ -1,0 +1,252 @@
+#include <vellib/velstringhash.h>
+
+#include <cstddef>
+#include <cstring>
+
+#include <vellib/velmalloc.h>
+
+#include "adt/velhash_core.h"
+#include "adt/velhashfunc_internal.h"
+#include "util/vellog_macros.h"
+
+#define VEL_MODULE "adt/velstringhash"
+
+struct velstringhash {
+    velhash *hash;                              /* its context is the velstringhash */
+    vel_stringhash_destroy_cb *destroycallback; /* or NULL */
+    void *context;
+};
+
+/* One block of memory. The hash is compared first, so that a key is hardly ever looked at in
+ * vain. */
+struct velstringhashitem {
+    vel_listlink link;
+    void *value; /* the host's */
+    size_t hash; /* of the key */
+    char key[];  /* with its terminator */
+};
+
+struct vel_stringhash_key {
+    const char *string;
+    size_t hash;
+};
+
+/* Items of a string hash, known through and through. */
+struct vel_stringhash_kind {
+    using key = vel_stringhash_key;
+
+    static velstringhashitem *item(const velhash *, vel_listlink *link)
+    {
+        return reinterpret_cast<velstringhashitem *>(reinterpret_cast<char *>(link) -
+                                                     offsetof(velstringhashitem, link));
+    }
+
+    static vel_listlink *link(const velhash *, void *item)
+    {
+        return &static_cast<velstringhashitem *>(item)->link;
+    }
+
+    static key key_of(const velhash *, const void *item)
+    {
+        const auto *const stringhashitem = static_cast<const velstringhashitem *>(item);
+        return {stringhashitem->key, stringhashitem->hash};
+    }
+
+    static bool matches(const velhash *, const velstringhashitem *item, const key &key)
+    {
+        return item->hash == key.hash && strcmp(item->key, key.string) == 0;
+    }
+
+    static size_t take_first(velhash *velhash, size_t slot, vel_listlink *link)
+    {
+        vel_hash_array_unlink(velhash->mainarray, slot, link);
+        return item(velhash, link)->hash;
+    }
+
+    static void take_found(velhash *velhash, size_t slot, vel_listlink *link)
+    {
+        vel_hash_array_unlink(velhash->mainarray, slot, link);
+    }
+};
+
+/* ---- Callbacks of the table ---- */
+
+static size_t vel_stringhash_calchashitem(const void *item, void *)
+{
+    VEL_ASSERT(item != NULL);
+
+    return static_cast<const velstringhashitem *>(item)->hash;
+}
+
+static int vel_stringhash_compareitem(const void *item1, const void *item2, void *)
+{
+    VEL_ASSERT(item1 != NULL);
+    VEL_ASSERT(item2 != NULL);
+
+    return strcmp(static_cast<const velstringhashitem *>(item1)->key,
+                  static_cast<const velstringhashitem *>(item2)->key);
+}
+
+static void vel_stringhash_destroyitem(void *item, void *context)
+{
+    VEL_ASSERT(item != NULL);
+    VEL_ASSERT(context != NULL);
+
+    const auto *const velstringhash = static_cast<struct velstringhash *>(context);
+    if (velstringhash->destroycallback)
+        velstringhash->destroycallback(static_cast<velstringhashitem *>(item)->value,
+                                       velstringhash->context);
+    vel_free(item);
+}
+
+/* ---- Life ---- */
+
+velstringhash *vel_stringhash_create(vel_stringhash_destroy_cb *destroycallback, void *context)
+{
+    auto *velstringhash =
+        static_cast<struct velstringhash *>(vel_cmalloc(sizeof(struct velstringhash)));
+    if (!velstringhash) {
+        VEL_LOG(7, "not enough memory for velstringhash structure");
+        return nullptr;
+    }
+    velstringhash->destroycallback = destroycallback;
+    velstringhash->context = context;
+    velstringhash->hash =
+        vel_hash_create(offsetof(velstringhashitem, link), vel_stringhash_calchashitem,
+                        vel_stringhash_compareitem, vel_stringhash_destroyitem, velstringhash);
+    if (!velstringhash->hash) {
+        vel_stringhash_destroy(velstringhash);
+        return nullptr;
+    }
+    return velstringhash;
+}
+
+velstringhash *vel_stringhash_create_from(velstringhash *original)
+{
+    VEL_ASSERT(original != NULL);
+
+    return vel_stringhash_create(original->destroycallback, original->context);
+}
+
+void vel_stringhash_destroy(velstringhash *velstringhash)
+{
+    VEL_ASSERT(velstringhash != NULL);
+
+    if (velstringhash->hash)
+        vel_hash_destroy(velstringhash->hash);
+    vel_free(velstringhash);
+}
+
+void vel_stringhash_clear(velstringhash *velstringhash)
+{
+    VEL_ASSERT(velstringhash != NULL);
+
+    vel_hash_clear(velstringhash->hash);
+}
+
+/* ---- Entries ---- */
+
+static inline vel_stringhash_key vel_stringhash_make_key(const char *key)
+{
+    return {key, vel_hashfunc_sized_string(key, strlen(key))};
+}
+
+int vel_stringhash_add(velstringhash *velstringhash, const char *key, void *value)
+{
+    VEL_ASSERT(velstringhash != NULL);
+    VEL_ASSERT(key != NULL);
+
+    const size_t keylen = strlen(key);
+    auto *const item =
+        static_cast<velstringhashitem *>(vel_malloc(sizeof(velstringhashitem) + keylen + 1));
+    if (!item)
+        return -1;
+    item->value = value;
+    item->hash = vel_hashfunc_sized_string(key, keylen);
+    memcpy(item->key, key, keylen + 1);
+    vel_hash_add_item<vel_stringhash_kind>(velstringhash->hash, item, item->hash);
+    return 0;
+}
+
+/* Takes the item with a key out of the table, which goes through the same states as in a lookup
+ * that moves the item and a remove of it after that. Returns the item, or NULL. */
+static velstringhashitem *vel_stringhash_take(velhash *velhash, const vel_stringhash_key &key)
+{
+    velhasharray *const target = vel_hash_target(velhash);
+    velhasharray *velhasharray = target;
+    size_t slot = vel_hash_array_slot(velhasharray, key.hash);
+    vel_listlink *link = vel_hash_array_find<vel_stringhash_kind>(velhash, velhasharray, slot, key);
+
+    if (!link && target != velhash->mainarray) {
+        velhasharray = velhash->mainarray;
+        slot = vel_hash_array_slot(velhasharray, key.hash);
+        link = vel_hash_array_find<vel_stringhash_kind>(velhash, velhasharray, slot, key);
+    }
+    if (!link)
+        return nullptr;
+
+    vel_hash_array_unlink(velhasharray, slot, link);
+    if (velhasharray != target)
+        vel_hash_check_if_main_empty(velhash);
+    velhash->entries--;
+    vel_hash_after_remove<vel_stringhash_kind>(velhash, target);
+    return vel_stringhash_kind::item(velhash, link);
+}
+
+int vel_stringhash_remove(velstringhash *velstringhash, const char *key)
+{
+    VEL_ASSERT(velstringhash != NULL);
+    VEL_ASSERT(key != NULL);
+
+    velstringhashitem *const item =
+        vel_stringhash_take(velstringhash->hash, vel_stringhash_make_key(key));
+    if (!item)
+        return -1;
+    vel_stringhash_destroyitem(item, velstringhash);
+    return 0;
+}
+
+void *vel_stringhash_lookup(velstringhash *velstringhash, const char *key)
+{
+    VEL_ASSERT(velstringhash != NULL);
+    VEL_ASSERT(key != NULL);
+
+    const vel_stringhash_key searchkey = vel_stringhash_make_key(key);
+    velhash *const velhash = velstringhash->hash;
+    vel_listlink *const link =
+        vel_hash_lookup_item<vel_stringhash_kind>(velhash, searchkey, searchkey.hash);
+    return link ? vel_stringhash_kind::item(velhash, link)->value : nullptr;
+}
+
+/* ---- Enumeration ---- */
+
+/* Writes what the caller of an enumeration wants to know of an item, which may be NULL. */
+static void *vel_stringhash_enumerated(void *item, const char **keyptr, void **valueptr)
+{
+    const auto *const stringhashitem = static_cast<velstringhashitem *>(item);
+
+    if (keyptr)
+        *keyptr = stringhashitem ? stringhashitem->key : nullptr;
+    if (valueptr)
+        *valueptr = stringhashitem ? stringhashitem->value : nullptr;
+    return item;
+}
+
+void *vel_stringhash_enumerate_start(velstringhash *velstringhash, const char **keyptr,
+                                     void **valueptr)
+{
+    VEL_ASSERT(velstringhash != NULL);
+
+    return vel_stringhash_enumerated(vel_hash_enumerate_start(velstringhash->hash), keyptr,
+                                     valueptr);
+}
+
+void *vel_stringhash_enumerate_next(velstringhash *velstringhash, void *prevstringhashitem,
+                                    const char **keyptr, void **valueptr)
+{
+    VEL_ASSERT(velstringhash != NULL);
+    VEL_ASSERT(prevstringhashitem != NULL);
+
+    return vel_stringhash_enumerated(
+        vel_hash_enumerate_next(velstringhash->hash, prevstringhashitem), keyptr, valueptr);
+}
