@@ -77,4 +77,9 @@
 /* URLs */
 #include <vellib/velurl.h>
 
+/* HTTP client */
+#include <vellib/velhttp.h>
+#include <vellib/velhttp_lite.h>
+#include <vellib/velhttpheaders.h>
+
 #endif
