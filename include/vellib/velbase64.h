@@ -31,8 +31,8 @@ VEL_API char *vel_base64_encode(const void *buf, size_t len);
  * sourcelen   its length in bytes.
  *
  * Returns VEL_ERROR_NONE; VEL_ERROR_INVALID_ARGUMENT for a byte that does not belong to the text
- * or behind its padding; VEL_ERROR_INVALID_SYNTAX for a third "="; VEL_ERROR_NO_MEMORY; or
- * VEL_ERROR_OUT_OF_RANGE if the size of the block does not fit in a size_t. Failures are logged.
+ * or behind its padding; VEL_ERROR_INVALID_SYNTAX for a third "="; or VEL_ERROR_NO_MEMORY. Failures
+ * are logged.
  *
  * Note: padding is optional and not compared with the data: "Zm8", "Zm8=" and "Zm8==" are the
  * same. A single digit left over gives a byte of its six bits and two zero bits. */

@@ -21,9 +21,6 @@ struct vel_textkernels {
      * first byte that is no digit. */
     size_t (*base64_decode)(uint8_t *dest, const uint8_t *source, size_t len);
 
-    /* Takes what base64_decode could take, and writes nothing. */
-    size_t (*base64_check)(const uint8_t *source, size_t len);
-
     /* Bytes to lower-case digits. */
     size_t (*hex_encode)(char *dest, const uint8_t *source, size_t len);
 

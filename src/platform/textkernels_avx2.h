@@ -133,14 +133,6 @@ VEL_AVX2 static size_t vel_avx2_base64_decode(uint8_t *dest, const uint8_t *sour
     return taken;
 }
 
-VEL_AVX2 static size_t vel_avx2_base64_check(const uint8_t *source, size_t len)
-{
-    size_t taken = 0;
-    while (len - taken >= 32 && vel_avx2_base64_valid(vel_avx2_load(source + taken)))
-        taken += 32;
-    return taken;
-}
-
 VEL_AVX2 static size_t vel_avx2_hex_encode(char *dest, const uint8_t *source, size_t len)
 {
     static constexpr int8_t digits[16] = {'0', '1', '2', '3', '4', '5', '6', '7',
@@ -195,7 +187,6 @@ static constexpr vel_textkernels vel_avx2_kernels = {
     vel_avx2_usable,
     vel_avx2_base64_encode,
     vel_avx2_base64_decode,
-    vel_avx2_base64_check,
     vel_avx2_hex_encode,
     vel_avx2_hex_decode,
 };

@@ -153,22 +153,6 @@ VEL_AVX512 static size_t vel_avx512_base64_decode(uint8_t *dest, const uint8_t *
     return taken + good;
 }
 
-VEL_AVX512 static size_t vel_avx512_base64_check(const uint8_t *source, size_t len)
-{
-    __m512i values;
-    size_t taken = 0;
-    for (; len - taken >= 64; taken += 64)
-        if (vel_avx512_lookup(&values, vel_avx512_load(source + taken), vel_avx512_base64_table))
-            break;
-
-    size_t rest = len - taken < 64 ? len - taken : 64;
-    if (rest < 4)
-        return taken;
-    __m512i text = _mm512_maskz_loadu_epi8(vel_avx512_mask(rest), source + taken);
-    return taken +
-           vel_avx512_good(vel_avx512_lookup(&values, text, vel_avx512_base64_table), rest, 4);
-}
-
 /* 4 bytes in each 64 bits; the shifts pick their 8 nibbles. The two bits above a nibble do count
  * in the look-up, and so the table repeats. */
 VEL_AVX512 static inline __m512i vel_avx512_hex_digits(__m256i bytes)
@@ -235,7 +219,6 @@ static constexpr vel_textkernels vel_avx512_kernels = {
     vel_avx512_usable,
     vel_avx512_base64_encode,
     vel_avx512_base64_decode,
-    vel_avx512_base64_check,
     vel_avx512_hex_encode,
     vel_avx512_hex_decode,
 };

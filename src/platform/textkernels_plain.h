@@ -20,14 +20,9 @@ static size_t vel_plain_decode(uint8_t *, const uint8_t *, size_t)
     return 0;
 }
 
-static size_t vel_plain_check(const uint8_t *, size_t)
-{
-    return 0;
-}
-
 static constexpr vel_textkernels vel_plain_kernels = {
-    "plain",         vel_plain_usable, vel_plain_encode, vel_plain_decode,
-    vel_plain_check, vel_plain_encode, vel_plain_decode,
+    "plain",          vel_plain_usable, vel_plain_encode,
+    vel_plain_decode, vel_plain_encode, vel_plain_decode,
 };
 
 #endif

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <initializer_list>
 
-#include <vellib/vellimit.h>
 #include <vellib/velmalloc.h>
 
 #include "util/velassert.h"
@@ -77,25 +76,28 @@ char *vel_base64_encode_with(const vel_textkernels *kernels, const void *buf, si
     return text;
 }
 
-/* A walk through the text. It runs once without a block, to check everything and to count, and
- * once to fill the block. */
+/* A walk through the text. It lives inside vel_base64_run alone, so that its fields can stand in
+ * registers. */
 struct vel_base64_walk {
     const uint8_t *source;
-    size_t len;
-    uint8_t *dest;      /* NULL while counting */
-    size_t pos = 0;     /* in the source */
+    const uint8_t *end;
+    uint8_t *dest;      /* where the next byte goes, or NULL */
     size_t count = 0;   /* bytes that came out so far */
     unsigned group = 0; /* digits that wait for their group to fill, the last one lowest */
     unsigned held = 0;  /* their number, below 4 */
 };
 
-/* Gives out the upper bytes of a full group. */
+/* Gives out the upper bytes of a full group, 1 to 3. */
 static inline void vel_base64_emit(vel_base64_walk *walk, unsigned group, unsigned bytes)
 {
-    if (walk->dest)
-        for (unsigned i = 0; i < bytes; i++)
-            walk->dest[walk->count + i] = static_cast<uint8_t>(group >> (16 - 8 * i));
     walk->count += bytes;
+    if (!walk->dest)
+        return;
+    *walk->dest++ = static_cast<uint8_t>(group >> 16);
+    if (bytes > 1)
+        *walk->dest++ = static_cast<uint8_t>(group >> 8);
+    if (bytes > 2)
+        *walk->dest++ = static_cast<uint8_t>(group);
 }
 
 static inline void vel_base64_take_digit(vel_base64_walk *walk, unsigned value)
@@ -109,21 +111,22 @@ static inline void vel_base64_take_digit(vel_base64_walk *walk, unsigned value)
 }
 
 /* Takes as many whole groups as the kernels do. */
-static void vel_base64_take_wide(vel_base64_walk *walk, const vel_textkernels *kernels)
+static inline void vel_base64_take_wide(vel_base64_walk *walk, const vel_textkernels *kernels)
 {
-    const uint8_t *from = walk->source + walk->pos;
-    size_t rest = walk->len - walk->pos;
-    size_t taken = walk->dest ? kernels->base64_decode(walk->dest + walk->count, from, rest)
-                              : kernels->base64_check(from, rest);
-    walk->pos += taken;
+    if (!walk->dest)
+        return;
+    size_t taken = kernels->base64_decode(walk->dest, walk->source,
+                                          static_cast<size_t>(walk->end - walk->source));
+    walk->source += taken;
+    walk->dest += taken / 4 * 3;
     walk->count += taken / 4 * 3;
 }
 
 /* Takes whole groups up to the first that holds anything but digits. */
-static void vel_base64_take_groups(vel_base64_walk *walk)
+static inline void vel_base64_take_groups(vel_base64_walk *walk)
 {
-    for (; walk->len - walk->pos >= 4; walk->pos += 4) {
-        const uint8_t *from = walk->source + walk->pos;
+    for (; walk->end - walk->source >= 4; walk->source += 4) {
+        const uint8_t *from = walk->source;
         unsigned a = vel_base64_classes[from[0]], b = vel_base64_classes[from[1]];
         unsigned c = vel_base64_classes[from[2]], d = vel_base64_classes[from[3]];
         if ((a | b | c | d) >= 64)
@@ -133,12 +136,11 @@ static void vel_base64_take_groups(vel_base64_walk *walk)
 }
 
 /* Checks what stands from the first padding on. */
-static vel_error_t vel_base64_check_padding(const vel_base64_walk *walk)
+static vel_error_t vel_base64_check_padding(const uint8_t *from, const uint8_t *end)
 {
     unsigned padding = 0;
-    for (size_t i = walk->pos; i < walk->len; i++) {
-        unsigned byte = walk->source[i];
-        switch (vel_base64_classes[byte]) {
+    for (; from < end; from++) {
+        switch (vel_base64_classes[*from]) {
         case VEL_BASE64_SPACE:
             break;
         case VEL_BASE64_PADDING:
@@ -148,80 +150,87 @@ static vel_error_t vel_base64_check_padding(const vel_base64_walk *walk)
             }
             break;
         default:
-            VEL_LOG(6, "unexpected character 0x%02x after padding", byte);
+            VEL_LOG(6, "unexpected character 0x%02x after padding", unsigned{*from});
             return VEL_ERROR_INVALID_ARGUMENT;
         }
     }
     return VEL_ERROR_NONE;
 }
 
-/* Gives out what a group holds at the end of the data: 1 byte for 1 or 2 digits, 2 for 3. */
-static void vel_base64_take_rest(vel_base64_walk *walk)
+/* Walks through the text, and fills the block; without one, it only checks and counts. The wide
+ * steps start anew behind white space, wherever a group begins there. */
+static vel_error_t vel_base64_run(const vel_textkernels *kernels, uint8_t *dest, size_t *countptr,
+                                  const uint8_t *source, size_t len)
 {
-    if (walk->held > 0)
-        vel_base64_emit(walk, walk->group << (4 - walk->held) * 6, walk->held == 3 ? 2 : 1);
-}
-
-/* The wide steps start anew behind white space, wherever a group begins there. */
-static vel_error_t vel_base64_run(vel_base64_walk *walk, const vel_textkernels *kernels)
-{
+    vel_base64_walk walk = {.source = source, .end = source + len, .dest = dest};
     vel_error_t result = VEL_ERROR_NONE;
     bool wide = true;
-    while (walk->pos < walk->len) {
-        if (wide && walk->held == 0) {
-            vel_base64_take_wide(walk, kernels);
-            vel_base64_take_groups(walk);
+    while (walk.source < walk.end) {
+        if (wide && walk.held == 0) {
+            vel_base64_take_wide(&walk, kernels);
+            vel_base64_take_groups(&walk);
             wide = false;
             continue;
         }
-        unsigned byte = walk->source[walk->pos];
+        unsigned byte = *walk.source;
         unsigned kind = vel_base64_classes[byte];
         if (kind == VEL_BASE64_INVALID) {
             VEL_LOG(6, "invalid input character 0x%02x for base64 decoder", byte);
             return VEL_ERROR_INVALID_ARGUMENT;
         }
         if (kind == VEL_BASE64_PADDING) {
-            result = vel_base64_check_padding(walk);
+            result = vel_base64_check_padding(walk.source, walk.end);
             break;
         }
         if (kind == VEL_BASE64_SPACE)
             wide = true;
         else
-            vel_base64_take_digit(walk, kind);
-        walk->pos++;
+            vel_base64_take_digit(&walk, kind);
+        walk.source++;
     }
-    vel_base64_take_rest(walk);
+
+    /* A group that did not fill gives 1 byte for 1 or 2 digits, 2 for 3. */
+    if (walk.held > 0)
+        vel_base64_emit(&walk, walk.group << (4 - walk.held) * 6, walk.held == 3 ? 2 : 1);
+    *countptr = walk.count;
     return result;
 }
 
+/* What comes out of a text without white space; any other gives less. */
+static size_t vel_base64_most(const uint8_t *source, size_t len)
+{
+    for (int padding = 0; padding < 2 && len > 0 && source[len - 1] == '='; padding++)
+        len--;
+    return len / 4 * 3 + (len % 4 + 1) / 2;
+}
+
+/* One walk does it all, as the block is allocated before the text is known. Where there is no
+ * memory for it the walk is done all the same: bad text is told from a lack of memory, whose
+ * message names the size that was needed. The sizes cannot overflow, as they are less than len. */
 vel_error_t vel_base64_decode_with(const vel_textkernels *kernels, void **destptr,
                                    size_t *destlenptr, const char *source, size_t sourcelen)
 {
     *destptr = nullptr;
     *destlenptr = 0;
 
-    auto *bytes = static_cast<const uint8_t *>(static_cast<const void *>(source));
-    vel_base64_walk counted = {.source = bytes, .len = sourcelen, .dest = nullptr};
-    vel_error_t error = vel_base64_run(&counted, kernels);
-    if (error != VEL_ERROR_NONE)
+    auto *text = static_cast<const uint8_t *>(static_cast<const void *>(source));
+    size_t most = vel_base64_most(text, sourcelen), count;
+    auto *dest = static_cast<uint8_t *>(vel_malloc(most + 1));
+    vel_error_t error = vel_base64_run(kernels, dest, &count, text, sourcelen);
+    if (error != VEL_ERROR_NONE) {
+        vel_free(dest);
         return error;
-    if (counted.count == vel_limit_max_size_t()) {
-        VEL_LOG(6, "the result is too large to fit in the address space");
-        return VEL_ERROR_OUT_OF_RANGE;
     }
-    size_t size = counted.count + 1;
-    auto *dest = static_cast<uint8_t *>(vel_malloc(size));
     if (!dest) {
         VEL_LOG(7, "not enough memory for the destination buffer (%lu bytes)",
-                static_cast<unsigned long>(size));
+                static_cast<unsigned long>(count + 1));
         return VEL_ERROR_NO_MEMORY;
     }
 
-    vel_base64_walk filled = {.source = bytes, .len = sourcelen, .dest = dest};
-    (void)vel_base64_run(&filled, kernels); /* the first walk has found no error */
-    dest[filled.count] = '\0';
-    *destptr = dest;
-    *destlenptr = filled.count;
+    dest[count] = '\0';
+    void *shrunk = count < most ? vel_realloc(dest, count + 1) : nullptr;
+    *destptr = shrunk ? shrunk : dest;
+    *destlenptr = count;
     return VEL_ERROR_NONE;
 }
 
