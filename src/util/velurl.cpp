@@ -1,5 +1,6 @@
 #include <vellib/velurl.h>
 
+#include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -45,9 +46,9 @@ static constexpr struct {
     const char *scheme;
     uint32_t port;
 } vel_url_default_ports[] = {
-    {"ftp", 21},
     {"http", 80},
     {"https", 443},
+    {"ftp", 21},
     {"icap", 1344},
 };
 
@@ -63,14 +64,24 @@ static inline char *vel_url_copy(const char *start, const char *end)
     return copy;
 }
 
+static inline void vel_url_release(char **field)
+{
+    if (*field)
+        vel_free(*field);
+    *field = nullptr;
+}
+
 static void vel_url_clear(velurl *velurl)
 {
-    for (char **field :
-         {&velurl->scheme, &velurl->netloc, &velurl->username, &velurl->password, &velurl->host,
-          &velurl->localpart, &velurl->path, &velurl->params, &velurl->query}) {
-        vel_free(*field);
-        *field = nullptr;
-    }
+    vel_url_release(&velurl->scheme);
+    vel_url_release(&velurl->netloc);
+    vel_url_release(&velurl->username);
+    vel_url_release(&velurl->password);
+    vel_url_release(&velurl->host);
+    vel_url_release(&velurl->localpart);
+    vel_url_release(&velurl->path);
+    vel_url_release(&velurl->params);
+    vel_url_release(&velurl->query);
 }
 
 /* Takes the "@" at pos, and makes ready for the host behind it. */
@@ -137,22 +148,37 @@ static vel_error_t vel_url_take_bracket(vel_url_marks *marks, const char *url, c
     return VEL_ERROR_NONE;
 }
 
+/* Where a byte means something in a netloc. */
+static constexpr std::array<bool, 256> vel_url_fill_special()
+{
+    std::array<bool, 256> special = {};
+    for (unsigned char c : {'\0', '/', '[', ']', '@', ':'})
+        special[c] = true;
+    return special;
+}
+
+static constexpr auto vel_url_special = vel_url_fill_special();
+
 /* Scans the netloc from its start up to the "/" or the end of the URL. */
 static vel_error_t vel_url_scan_netloc(vel_url_marks *marks, const char *url)
 {
     vel_error_t error = VEL_ERROR_NONE;
     const char *pos = marks->netlocstart;
-    for (; *pos != '\0' && *pos != '/' && error == VEL_ERROR_NONE; pos++) {
-        if (*pos == '[' || *pos == ']') {
+    while (error == VEL_ERROR_NONE) {
+        const char *ordinary = pos;
+        while (!vel_url_special[static_cast<unsigned char>(*pos)])
+            pos++;
+        if (*pos == '\0' || *pos == '/')
+            break;
+        if (marks->ipv6 == '?' && (pos > ordinary || *pos == ':'))
+            marks->ipv6 = 'X';
+        if (*pos == '[' || *pos == ']')
             error = vel_url_take_bracket(marks, url, pos);
-        } else if (*pos == '@') {
+        else if (*pos == '@')
             error = vel_url_take_user(marks, url, pos);
-        } else {
-            if (marks->ipv6 == '?')
-                marks->ipv6 = 'X';
-            if (*pos == ':' && marks->ipv6 != '[')
-                error = vel_url_take_colon(marks, url, pos);
-        }
+        else if (marks->ipv6 != '[')
+            error = vel_url_take_colon(marks, url, pos);
+        pos++;
     }
     marks->netlocend = pos;
     if (!marks->hostend)
