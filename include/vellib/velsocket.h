@@ -183,10 +183,11 @@ VEL_API velsocket *vel_socket_tcp_connect_with_timeout(const char *name, unsigne
 VEL_API velsocket *vel_socket_tcp_connect_async(const char *name, unsigned int port,
                                                 vel_error_t *velerrorptr);
 
-/* Connects a socket to a port of a host and waits for ever. A UDP socket only takes the address for
- * its destination, and all its datagrams come from there.
+/* Connects a socket to a port of a host and waits for ever.
  *
- * Returns what vel_socket_connect_async and vel_socket_connect_wait return. */
+ * Returns what vel_socket_connect_async and vel_socket_connect_wait return.
+ * Note: a UDP socket takes datagrams from that port alone afterwards, but vel_socket_write does not
+ * send there before one has come; see vel_socket_udp_connect. */
 VEL_API vel_error_t vel_socket_connect(velsocket *velsocket, const char *name, unsigned int port);
 
 /* Begins to connect a socket to a port of a host. The descriptor is made anew for each address.
