@@ -1,0 +1,588 @@
+/* velserve: serves the files below a directory over HTTP/1.0.
+ *
+ * A host program of vellib: a TCP server with a thread for each connection, reading lines and
+ * writing through its handle, time limits, the log, and an orderly end on a signal. */
+#define _XOPEN_SOURCE     700
+#define _FILE_OFFSET_BITS 64
+
+#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <getopt.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <vellib/vellib.h>
+
+enum {
+    LINE_SIZE = 8192,      /* the longest line of a request, in bytes */
+    HEADER_LINES = 100,    /* the most headers of a request */
+    REQUEST_SECONDS = 10,  /* for a request to arrive, as a whole */
+    WRITE_SECONDS = 10,    /* for each wait until the peer takes more of an answer */
+    PIECE_SIZE = 64 * 1024 /* of a file that is sent */
+};
+
+/* What an answer begins with. Functions below return one of these, or NULL for success. */
+static const char OK[] = "200 OK";
+static const char MOVED[] = "301 Moved Permanently";
+static const char BAD_REQUEST[] = "400 Bad Request";
+static const char FORBIDDEN[] = "403 Forbidden";
+static const char NOT_FOUND[] = "404 Not Found";
+static const char BAD_METHOD[] = "405 Method Not Allowed";
+static const char TOO_LONG[] = "414 URI Too Long";
+static const char SERVER_ERROR[] = "500 Internal Server Error";
+static const char NO_ANSWER[] = ""; /* the peer has gone, or let its time pass */
+
+/* What all connections share. */
+struct site {
+    char *root;      /* the resolved directory; "" is the root of the file system */
+    velmutex *mutex; /* guards stopping */
+    int stopping;
+};
+
+/* One connection, which is one request. */
+struct request {
+    struct site *site;
+    velhandle *handle;
+    char line[LINE_SIZE + 1];
+    const char *method; /* both within line */
+    const char *target;
+    const char *status;
+    long long sent; /* bytes of the body */
+};
+
+static int is_stopping(struct site *site)
+{
+    vel_mutex_lock(site->mutex);
+    int stopping = site->stopping;
+    vel_mutex_unlock(site->mutex);
+    return stopping;
+}
+
+/* Writes bytes that are safe in a line of the log: what is not printable ASCII as \xNN, cut at the
+ * end of the room. */
+static void escape_for_log(char *text, size_t room, const char *bytes)
+{
+    size_t length = 0;
+    for (; *bytes && length + 5 <= room; bytes++) {
+        int plain = *bytes > ' ' && *bytes < 127 && *bytes != '\\';
+        length += (size_t)vel_snprintf(text + length, room - length, plain ? "%c" : "\\x%02x",
+                                       (unsigned char)*bytes);
+    }
+    text[length] = '\0';
+}
+
+static void log_request(const struct request *request)
+{
+    char method[64], target[1024];
+    escape_for_log(method, sizeof method, request->method);
+    escape_for_log(target, sizeof target, request->target);
+    VEL_LOG_AT(NULL, 8, "velserve", __LINE__, "%s %s %.3s %lld", method, target, request->status,
+               request->sent);
+}
+
+static void put_html(FILE *page, const char *text)
+{
+    static const char *const entities[] = {"&amp;", "&lt;", "&gt;", "&quot;", "&#39;"};
+    static const char special[] = "&<>\"'";
+    for (; *text; text++) {
+        const char *found = strchr(special, *text);
+        fprintf(page, found ? "%s" : "%.1s", found ? entities[found - special] : text);
+    }
+}
+
+/* Writes a path as it stands in a URL (RFC 3986, 2.3): all but the unreserved characters and the
+ * slash is percent-encoded, so that no name can be taken for a scheme, a host or a query. */
+static void put_path(FILE *page, const char *path)
+{
+    static const char plain[] =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
+    for (; *path; path++)
+        fprintf(page, strchr(plain, *path) ? "%c" : "%%%02X", (unsigned char)*path);
+}
+
+/* Why a file or directory cannot be served. */
+static const char *status_of(int platformerrno)
+{
+    if (platformerrno == EACCES || platformerrno == EPERM)
+        return FORBIDDEN;
+    if (platformerrno == ENOMEM || platformerrno == EMFILE || platformerrno == ENFILE)
+        return SERVER_ERROR;
+    return NOT_FOUND;
+}
+
+static const char *type_of(const char *name)
+{
+    static const char *const types[] = {".html", "text/html; charset=utf-8",
+                                        ".css",  "text/css; charset=utf-8",
+                                        ".txt",  "text/plain; charset=utf-8",
+                                        ".md",   "text/plain; charset=utf-8",
+                                        ".js",   "text/javascript",
+                                        ".json", "application/json",
+                                        ".pdf",  "application/pdf",
+                                        ".png",  "image/png",
+                                        ".jpg",  "image/jpeg",
+                                        ".gif",  "image/gif",
+                                        ".svg",  "image/svg+xml",
+                                        ".mp4",  "video/mp4",
+                                        NULL};
+    const char *suffix = strrchr(name, '.');
+    for (size_t i = 0; suffix && types[i]; i += 2) {
+        if (vel_strcasecmp(suffix, types[i]) == 0)
+            return types[i + 1];
+    }
+    return "application/octet-stream";
+}
+
+/* Sends the status line and the headers. extra is further headers, each with its line end.
+ * Returns whether a body shall follow. */
+static int send_head(struct request *request, const char *status, const char *extra,
+                     const char *type, long long length)
+{
+    request->status = status;
+    char *head = vel_strdupf("HTTP/1.0 %s\r\nServer: velserve\r\nConnection: close\r\n%s"
+                             "Content-Type: %s\r\nContent-Length: %lld\r\n\r\n",
+                             status, extra, type, length);
+    if (!head)
+        return 0;
+    size_t count = strlen(head);
+    int written = vel_handle_write(request->handle, head, count) == count;
+    vel_free(head);
+    return written && strcmp(request->method, "HEAD") != 0;
+}
+
+static void send_page(struct request *request, const char *status, const char *extra,
+                      const char *page)
+{
+    size_t length = strlen(page);
+    if (send_head(request, status, extra, "text/html; charset=utf-8", (long long)length))
+        request->sent = (long long)vel_handle_write(request->handle, page, length);
+}
+
+static void send_status(struct request *request, const char *status, const char *extra)
+{
+    char page[128];
+    vel_snprintf(page, sizeof page, "<!DOCTYPE html>\n<title>%s</title><h1>%s</h1>\n", status,
+                 status);
+    send_page(request, status, extra, page);
+}
+
+/* Sends the file of a resolved path, piece by piece. If it shrinks meanwhile, the connection ends
+ * early, which the peer sees by the length. */
+static void send_file(struct request *request, const char *path)
+{
+    /* The path has no link left. Should somebody put one there now, it is not followed; and what
+     * has become a FIFO does not block. */
+    int file = open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    struct stat attributes;
+    if (file < 0 || fstat(file, &attributes) != 0) {
+        send_status(request, status_of(errno), "");
+    } else if (!S_ISREG(attributes.st_mode)) {
+        send_status(request, FORBIDDEN, "");
+    } else if (send_head(request, OK, "", type_of(path), (long long)attributes.st_size)) {
+        char piece[PIECE_SIZE];
+        while (request->sent < attributes.st_size && !is_stopping(request->site)) {
+            long long left = attributes.st_size - request->sent;
+            ssize_t count = read(file, piece, left < PIECE_SIZE ? (size_t)left : sizeof piece);
+            if (count <= 0)
+                break;
+            size_t written = vel_handle_write(request->handle, piece, (size_t)count);
+            request->sent += (long long)written;
+            if (written < (size_t)count)
+                break; /* the handle has logged why, unless the peer was just too slow */
+        }
+    }
+    if (file >= 0)
+        close(file);
+}
+
+static void put_entry(FILE *page, const char *directory, const char *name)
+{
+    struct stat attributes;
+    char *path = vel_strdupf("%s/%s", directory, name);
+    if (path && stat(path, &attributes) == 0) { /* a link to nowhere is left out */
+        const char *slash = S_ISDIR(attributes.st_mode) ? "/" : "";
+        fputs("<tr><td><a href=\"", page);
+        put_path(page, name);
+        fprintf(page, "%s\">", slash);
+        put_html(page, name);
+        fprintf(page, "%s</a><td>", slash);
+        if (S_ISREG(attributes.st_mode))
+            fprintf(page, "%lld", (long long)attributes.st_size);
+        fputc('\n', page);
+    }
+    vel_free(path);
+}
+
+/* Writes a page that lists a directory: path in the URL, directory in the file system. Returns NULL
+ * or the status to answer. */
+static const char *put_listing(FILE *page, const char *path, const char *directory)
+{
+    struct dirent **entries;
+    int isroot = path[strspn(path, "/")] == '\0';
+    int count = scandir(directory, &entries, NULL, alphasort);
+    if (count < 0)
+        return status_of(errno);
+    fputs("<!DOCTYPE html>\n<meta charset=\"utf-8\">\n"
+          "<style>body { font: 1em sans-serif; margin: 2em } td { padding: .2em 2em .2em 0 } "
+          "td + td { text-align: right }</style>\n<title>",
+          page);
+    put_html(page, path);
+    fputs("</title>\n<h1>", page);
+    put_html(page, path);
+    fputs("</h1>\n<table>\n", page);
+    for (int i = 0; i < count; i++) {
+        const char *name = entries[i]->d_name;
+        if (strcmp(name, ".") != 0 && (strcmp(name, "..") != 0 || !isroot))
+            put_entry(page, directory, name);
+        free(entries[i]);
+    }
+    free(entries);
+    fputs("</table>\n", page);
+    return NULL;
+}
+
+static void send_listing(struct request *request, const char *path, const char *directory)
+{
+    char *text = NULL;
+    size_t length;
+    FILE *page = open_memstream(&text, &length);
+    const char *status = page ? put_listing(page, path, directory) : SERVER_ERROR;
+    if (page && ferror(page))
+        status = SERVER_ERROR;
+    if (page && fclose(page) != 0)
+        status = SERVER_ERROR;
+    if (status)
+        send_status(request, status, "");
+    else
+        send_page(request, OK, "", text);
+    free(text);
+}
+
+/* Tells the peer to ask for the directory with a slash at its end, as the links in its page are
+ * relative to that. */
+static void send_redirect(struct request *request)
+{
+    const char *target = request->target;
+    while (target[1] == '/') /* "//name" would be another host */
+        target++;
+    char *header = vel_strdupf("Location: %.*s/\r\n", (int)strcspn(target, "?#"), target);
+    send_status(request, header ? MOVED : SERVER_ERROR, header ? header : "");
+    vel_free(header);
+}
+
+static int hex_value(char digit)
+{
+    static const char digits[] = "0123456789abcdef0123456789ABCDEF";
+    const char *found = digit ? strchr(digits, digit) : NULL;
+    return found ? (int)(found - digits) % 16 : -1;
+}
+
+/* Writes the path that a target asks for, decoded and without its query; path has as much room as
+ * target. Returns NULL or the status to answer. */
+static const char *decode_target(char *path, const char *target)
+{
+    if (*target != '/')
+        return BAD_REQUEST;
+    char *end = path;
+    for (; *target && *target != '?' && *target != '#'; target++) {
+        *end = *target;
+        if (*target == '%') {
+            int high = hex_value(target[1]);
+            int low = high < 0 ? -1 : hex_value(target[2]);
+            if (low < 0 || (high == 0 && low == 0)) /* a NUL would end the path */
+                return BAD_REQUEST;
+            *end = (char)(16 * high + low);
+            target += 2;
+        }
+        end++;
+    }
+    *end = '\0';
+    for (const char *up = path; (up = strstr(up, "/..")); up += 3) {
+        if (up[3] == '/' || up[3] == '\0')
+            return FORBIDDEN;
+    }
+    return NULL;
+}
+
+/* Resolves a decoded path to a file or directory that lies below the root, wherever links lead.
+ * Returns NULL with *resolvedptr for free(), or the status to answer. */
+static const char *resolve(const struct site *site, const char *path, const char *name,
+                           char **resolvedptr)
+{
+    char *joined = vel_strdupf("%s%s%s", site->root, path, name);
+    if (!joined)
+        return SERVER_ERROR;
+    *resolvedptr = realpath(joined, NULL);
+    const char *status = *resolvedptr ? NULL : status_of(errno);
+    vel_free(joined);
+    size_t length = strlen(site->root);
+    if (!status && (strncmp(*resolvedptr, site->root, length) != 0 ||
+                    ((*resolvedptr)[length] != '/' && (*resolvedptr)[length] != '\0'))) {
+        free(*resolvedptr);
+        *resolvedptr = NULL;
+        status = FORBIDDEN;
+    }
+    return status;
+}
+
+/* Answers a request that was read in full. */
+static void answer(struct request *request)
+{
+    char path[LINE_SIZE];
+    char *resolved = NULL;
+    const char *status = decode_target(path, request->target);
+    if (!status)
+        status = resolve(request->site, path, "", &resolved);
+    struct stat attributes;
+    if (!status && stat(resolved, &attributes) != 0)
+        status = status_of(errno);
+
+    char *index = NULL;
+    if (status)
+        send_status(request, status, "");
+    else if (!S_ISDIR(attributes.st_mode))
+        send_file(request, resolved);
+    else if (path[strlen(path) - 1] != '/')
+        send_redirect(request);
+    else if (resolve(request->site, path, "index.html", &index) == NULL)
+        send_file(request, index);
+    else
+        send_listing(request, path, resolved);
+    free(index);
+    free(resolved);
+}
+
+/* Waits for the first byte of a request, within the time left and until the program shall end:
+ * a browser may open connections that it never uses. Returns whether it has come. */
+static int wait_for_request(struct request *request, veltimeout *timeout)
+{
+    vel_handle_set_read_timeout(request->handle, 1, 0);
+    while (vel_handle_read(request->handle, request->line, 1) == 0) {
+        if (vel_handle_get_error(request->handle) != VEL_ERROR_TIMED_OUT ||
+            vel_timeout_check(timeout, NULL, NULL) != 0 || is_stopping(request->site))
+            return 0;
+    }
+    return 1;
+}
+
+/* Reads a line, within the time left for the request. A peer that sends a byte now and then cannot
+ * draw it out: the limit of the handle is for a whole line, and shrinks from line to line.
+ * Returns the length without the line end, -1 if the peer or the time has ended, and -2 if the line
+ * does not fit. */
+static int read_line(velhandle *handle, veltimeout *timeout, char *line, size_t room)
+{
+    int seconds;
+    unsigned int microseconds;
+    vel_timeout_check(timeout, &seconds, &microseconds);
+    vel_handle_set_read_timeout(handle, seconds, microseconds);
+    size_t length = vel_handle_read_line(handle, line, room);
+    if (length == 0 || line[length - 1] != '\n')
+        return length == room ? -2 : -1;
+    length--;
+    if (length > 0 && line[length - 1] == '\r')
+        length--;
+    return (int)length;
+}
+
+/* Takes the request line apart: a method, a target and the version, with a blank between them.
+ * Returns NULL or the status to answer. */
+static const char *parse_line(struct request *request, size_t length)
+{
+    request->line[length] = '\0';
+    for (size_t i = 0; i < length; i++) {
+        if ((unsigned char)request->line[i] < ' ') /* a NUL, or what could forge a header */
+            return BAD_REQUEST;
+    }
+    char *target = strchr(request->line, ' ');
+    char *version = target ? strchr(target + 1, ' ') : NULL;
+    if (!version || strncmp(version + 1, "HTTP/", 5) != 0)
+        return BAD_REQUEST;
+    *target++ = '\0';
+    *version = '\0';
+    request->method = request->line;
+    request->target = target;
+    if (strcmp(request->method, "GET") != 0 && strcmp(request->method, "HEAD") != 0)
+        return BAD_METHOD;
+    return NULL;
+}
+
+/* Reads a request: its line, and its headers, none of which matters here. Returns NULL or the status
+ * to answer. */
+static const char *read_request(struct request *request, veltimeout *timeout)
+{
+    vel_timeout_set(timeout, REQUEST_SECONDS, 0);
+    if (!wait_for_request(request, timeout))
+        return NO_ANSWER;
+    int length = read_line(request->handle, timeout, request->line + 1, LINE_SIZE - 1);
+    if (length < 0)
+        return length == -2 ? TOO_LONG : NO_ANSWER;
+    const char *status = parse_line(request, (size_t)length + 1);
+    char header[LINE_SIZE];
+    for (int lines = 0; length != 0; lines++) {
+        length = read_line(request->handle, timeout, header, sizeof header);
+        if (length == -1)
+            return NO_ANSWER;
+        if (length == -2 || lines == HEADER_LINES)
+            return BAD_REQUEST;
+    }
+    return status;
+}
+
+/* Reads what the peer may still be sending, for a moment: to close with data unread resets the
+ * connection, and the peer may lose the answer. */
+static void drain(velhandle *handle)
+{
+    char piece[LINE_SIZE];
+    vel_handle_set_read_timeout(handle, 0, 250000);
+    for (int i = 0; i < 32 && vel_handle_read(handle, piece, sizeof piece) > 0; i++)
+        ;
+}
+
+/* Serves one connection, on its own thread. */
+static void serve(veltcpserver *server, velhandle *handle, void *context)
+{
+    (void)server;
+    struct request request = {.site = context, .handle = handle, .method = "-"};
+    request.target = request.line; /* what there is of it goes into the log */
+    veltimeout *timeout = vel_timeout_create();
+    if (!timeout)
+        return;
+    vel_handle_set_write_timeout(handle, WRITE_SECONDS, 0);
+    const char *status = read_request(&request, timeout);
+    vel_timeout_destroy(timeout);
+    if (status == NO_ANSWER)
+        return;
+    if (!status) {
+        answer(&request);
+    } else {
+        send_status(&request, status, status == BAD_METHOD ? "Allow: GET, HEAD\r\n" : "");
+        drain(handle);
+    }
+    log_request(&request);
+}
+
+/* Runs in signal context, on any thread, so it only wakes the main thread. */
+static void wake_main(int velsignal, void *context)
+{
+    int saved = errno;
+    ssize_t ignored = write(*(int *)context, "", 1);
+    (void)ignored;
+    (void)velsignal;
+    errno = saved;
+}
+
+static void catch_signals(vel_signal_cb *callback, void *context)
+{
+    vel_signal_register_sigint(callback, context);
+    vel_signal_register_sigterm(callback, context);
+}
+
+/* Serves until a signal asks for the end. Returns whether it could. */
+static int run(veltcpserver *server, struct site *site, const char *directory, const char *address)
+{
+    static int wakeup[2]; /* a pipe: no signal is lost, whichever thread it hits and when */
+    unsigned int port;
+    char byte;
+    if (pipe(wakeup) != 0)
+        return 0;
+    vel_signal_ignore_sigpipe(); /* a peer that goes away is the error of a write, not our end */
+    catch_signals(wake_main, &wakeup[1]);
+    if (vel_tcpserver_start(server) != VEL_ERROR_NONE)
+        return 0;
+    if (vel_tcpserver_get_port(server, &port) == VEL_ERROR_NONE) {
+        int colon = strchr(address, ':') != NULL; /* IPv6 goes into brackets */
+        printf("velserve: serving %s on http://%s%s%s:%u/\n", directory, colon ? "[" : "", address,
+               colon ? "]" : "", port);
+        fflush(stdout);
+    }
+    while (read(wakeup[0], &byte, 1) < 0 && errno == EINTR)
+        ;
+    catch_signals(NULL, NULL); /* a second signal ends the program at once */
+    vel_mutex_lock(site->mutex);
+    site->stopping = 1;
+    vel_mutex_unlock(site->mutex);
+    vel_tcpserver_stop(server);
+    vel_tcpserver_wait(server); /* joins the threads of all connections */
+    return 1;
+}
+
+/* Makes what the server needs, and runs it. Returns the exit code. */
+static int serve_directory(const char *directory, const char *address, unsigned int port)
+{
+    struct site site = {.root = realpath(directory, NULL)};
+    struct stat attributes;
+    if (!site.root || stat(site.root, &attributes) != 0 || !S_ISDIR(attributes.st_mode)) {
+        fprintf(stderr, "velserve: %s: %s\n", directory, strerror(site.root ? ENOTDIR : errno));
+        free(site.root);
+        return 1;
+    }
+    if (strcmp(site.root, "/") == 0)
+        site.root[0] = '\0';
+    site.mutex = vel_mutex_create();
+    veltcpserver *server = vel_tcpserver_create();
+    int served = 0;
+    if (site.mutex && server && vel_tcpserver_set_address(server, address) == VEL_ERROR_NONE) {
+        vel_tcpserver_set_port(server, port);
+        vel_tcpserver_set_callback(server, serve, &site);
+        served = run(server, &site, directory, address);
+    }
+    if (!served) /* the library has logged why */
+        fprintf(stderr, "velserve: cannot serve on %s, port %u\n", address, port);
+    if (server)
+        vel_tcpserver_destroy(server);
+    if (site.mutex)
+        vel_mutex_destroy(site.mutex);
+    free(site.root);
+    vel_uninit();
+    return served ? 0 : 1;
+}
+
+static const char usage[] = "usage: velserve [-a ADDRESS] [-p PORT] DIRECTORY\n";
+static const char help[] =
+    "Serves the files below DIRECTORY over HTTP/1.0 until interrupted.\n\n"
+    "  -a ADDRESS  listen on this numeric address (127.0.0.1)\n"
+    "  -p PORT     listen on this port (8080); 0 picks a free one\n"
+    "  --help      show this text\n"
+    "  --version   show the version\n\n"
+    "Exit code: 0 after an interrupt or termination signal, 1 on failure, 2 on bad usage.\n";
+
+int main(int argc, char **argv)
+{
+    static const struct option longoptions[] = {
+        {"help", no_argument, NULL, 'h'}, {"version", no_argument, NULL, 'v'}, {0}};
+    const char *address = "127.0.0.1";
+    int64_t port = 8080;
+    int option;
+    while ((option = getopt_long(argc, argv, "a:p:", longoptions, NULL)) != -1) {
+        switch (option) {
+        case 'a':
+            address = optarg;
+            break;
+        case 'p':
+            if (vel_strtoi64(optarg, &port) == VEL_ERROR_NONE && port >= 0 && port <= 65535)
+                break;
+            fprintf(stderr, "velserve: '%s' is not a port\n%s", optarg, usage);
+            return 2;
+        case 'h':
+            printf("%s%s", usage, help);
+            return 0;
+        case 'v':
+            puts("velserve 1.0.0");
+            return 0;
+        default: /* getopt has said what is wrong */
+            fputs(usage, stderr);
+            return 2;
+        }
+    }
+    if (argc - optind != 1) {
+        fputs(usage, stderr);
+        return 2;
+    }
+    return serve_directory(argv[optind], address, (unsigned int)port);
+}
