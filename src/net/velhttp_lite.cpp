@@ -29,10 +29,16 @@ vel_error_t vel_http_lite_get_error(struct velhttp *velhttp, struct velhandle *v
     return error == VEL_ERROR_TIMED_OUT ? vel_http_timeout_check(velhttp, nullptr, nullptr) : error;
 }
 
-static void vel_http_lite_reset_options(velhttplite *http)
+static void vel_http_lite_reset_buffer(velhttplite *http)
 {
     http->bufferpos = 0;
     http->bufferuse = 0;
+    http->bufferfill = 0;
+}
+
+static void vel_http_lite_reset_options(velhttplite *http)
+{
+    vel_http_lite_reset_buffer(http);
     if (http->velhandle)
         vel_handle_destroy(http->velhandle);
     http->velhandle = nullptr;
@@ -186,8 +192,7 @@ static vel_error_t vel_http_lite_exchange_all(struct velhttp *velhttp, velhttpli
             break;
         if (vel_http_handle_auth_request(velhttp) != VEL_ERROR_ACCESS)
             break;
-        http->bufferpos = 0;
-        http->bufferuse = 0;
+        vel_http_lite_reset_buffer(http);
     }
     return VEL_ERROR_NONE;
 }
@@ -263,7 +268,7 @@ static bool vel_http_lite_build(struct velhttp *velhttp)
     vel_http_set_perform_callback(velhttp, vel_http_lite_perform_callback);
 
     http->bufferlen = kVelHttpLiteBufferSize;
-    http->buffer = static_cast<char *>(vel_malloc(http->bufferlen));
+    http->buffer = static_cast<char *>(vel_malloc(kVelHttpLiteReadSize));
     if (!http->buffer) {
         VEL_LOG(7, "not enough memory for receive buffer (%lu bytes)", http->bufferlen);
         return false;

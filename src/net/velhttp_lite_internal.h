@@ -8,14 +8,20 @@
 #include <vellib/velhandle.h>
 #include <vellib/velhttp.h>
 
+/* A line of the head may be this long, and so may a piece of the body that is handed on. */
 constexpr size_t kVelHttpLiteBufferSize = 4096;
+
+/* What one read of body data asks for, and the room there is. A large body then costs a system
+ * call for every 16 pieces; each piece is handed on as if it had been read by itself. */
+constexpr size_t kVelHttpLiteReadSize = 16 * kVelHttpLiteBufferSize;
 
 /* The record of the backend. */
 struct velhttplite {
     char *buffer; /* owned; status line, header lines and body pieces pass through it */
     size_t bufferlen;
-    size_t bufferpos;            /* next unread byte of body data */
-    size_t bufferuse;            /* bytes valid in buffer */
+    size_t bufferpos;            /* next unread byte of the piece of body in hand */
+    size_t bufferuse;            /* end of that piece */
+    size_t bufferfill;           /* end of what was read, behind the piece */
     struct velhandle *velhandle; /* owned; the connection of a perform, else NULL */
     char *url;                   /* owned; the URL given last */
 };

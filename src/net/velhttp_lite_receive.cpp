@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include <algorithm>
+
 #include <vellib/velmalloc.h>
 #include <vellib/velstrdup.h>
 
@@ -210,33 +212,46 @@ static vel_error_t vel_http_lite_hand_out_body(struct velhttp *velhttp, velhttpl
     return VEL_ERROR_NONE;
 }
 
-/* Fills the empty buffer with up to wanted bytes. VEL_ERROR_END_OF_FILE is the end of the
- * connection, which is not logged. */
-static vel_error_t vel_http_lite_fill_buffer(struct velhttp *velhttp, velhttplite *http,
-                                             size_t wanted)
+/* Reads what there is of the body, up to the room of the buffer. That may be
+ * nothing, if a wait ended for a progress tick. VEL_ERROR_END_OF_FILE is the end of the connection,
+ * which is not logged. */
+static vel_error_t vel_http_lite_read_ahead(struct velhttp *velhttp, velhttplite *http,
+                                            const vel_http_lite_bodyleft *body)
+{
+    http->bufferuse = 0;
+    http->bufferfill = vel_handle_read(http->velhandle, http->buffer,
+                                       vel_http_lite_limit(kVelHttpLiteReadSize, body));
+    if (http->bufferfill > 0)
+        return VEL_ERROR_NONE;
+
+    const vel_error_t error = vel_http_lite_get_error(velhttp, http->velhandle);
+    if (error && error != VEL_ERROR_END_OF_FILE) {
+        VEL_LOG(vel_http_lite_level(error), "unable to read more body information, error %d (%s)",
+                error, vel_error_string(error));
+    }
+    return error;
+}
+
+/* Takes the next piece of the body into hand: from what was read ahead, or from the connection.
+ * The piece is empty where a wait has ended for a progress tick. */
+static vel_error_t vel_http_lite_take_piece(struct velhttp *velhttp, velhttplite *http,
+                                            const vel_http_lite_bodyleft *body)
 {
     vel_error_t error = vel_http_lite_set_read_timeout(velhttp, http->velhandle);
     if (error) {
         VEL_LOG(7, "a timeout occurred");
         return error;
     }
-    const size_t count = vel_handle_read(http->velhandle, http->buffer, wanted);
-    if (count == 0) {
-        error = vel_http_lite_get_error(velhttp, http->velhandle);
-        if (error == VEL_ERROR_END_OF_FILE)
+    if (http->bufferuse == http->bufferfill) {
+        error = vel_http_lite_read_ahead(velhttp, http, body);
+        if (error)
             return error;
-        if (error) {
-            VEL_LOG(vel_http_lite_level(error),
-                    "unable to read more body information, error %d (%s)", error,
-                    vel_error_string(error));
-            return error;
-        }
-    } else {
-        vel_http_reset_idle_timeout(velhttp);
     }
+    if (http->bufferuse < http->bufferfill)
+        vel_http_reset_idle_timeout(velhttp);
     vel_http_progress_download_check(velhttp);
-    http->bufferpos = 0;
-    http->bufferuse = count;
+    http->bufferpos = http->bufferuse;
+    http->bufferuse += std::min(http->bufferlen, http->bufferfill - http->bufferuse);
     return VEL_ERROR_NONE;
 }
 
@@ -255,12 +270,9 @@ static vel_error_t vel_http_lite_read_pieces(struct velhttp *velhttp, velhttplit
                 return error;
             continue;
         }
-        http->bufferpos = 0;
-        http->bufferuse = 0;
-        const size_t wanted = vel_http_lite_limit(http->bufferlen, body);
-        if (wanted == 0)
+        if (body->known && body->left == 0)
             return VEL_ERROR_NONE;
-        error = vel_http_lite_fill_buffer(velhttp, http, wanted);
+        error = vel_http_lite_take_piece(velhttp, http, body);
         if (error)
             return error == VEL_ERROR_END_OF_FILE ? VEL_ERROR_NONE : error;
     }
