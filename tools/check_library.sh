@@ -15,7 +15,7 @@ sort -c -u "$root/tools/exports.txt" || fault 'tools/exports.txt is not sorted'
 
 # Every listed function is declared in a public header, and the other way round.
 declared=$(grep -hoE '\bvel_[a-z0-9_]+(\[[A-Z0-9_]+\])?(\(|;)' <(cat "$root"/include/vellib/*.h |
-    awk '/^VEL_API/ { on = 1 } on { print } /[;{]/ { on = 0 }') | grep -oE '^vel_[a-z0-9_]+' | sort -u)
+    awk '/^(extern )?VEL_API/ { on = 1 } on { print } /[;{]/ { on = 0 }') | grep -oE '^vel_[a-z0-9_]+' | sort -u)
 missing=$(comm -13 <(echo "$declared") <(sort -u "$root/tools/exports.txt"))
 [ -z "$missing" ] || fault "no public header declares: $missing"
 
