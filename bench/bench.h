@@ -54,20 +54,30 @@ class series {
     std::vector<std::vector<double>> samples_;
 };
 
+/* The time of one call of run, over as many calls as make a sample long enough for the clock. */
+template <typename Run> inline double sample(size_t calls, Run run)
+{
+    const auto start = clock::now();
+    for (size_t i = 0; i < calls; i++)
+        run();
+    return nanoseconds(clock::now() - start) / static_cast<double>(calls);
+}
+
+/* What is printed is tab-separated, for tools/bench.py to lay out: a header begins a table. */
 inline void print_header(const char *unit, const std::vector<std::string> &contenders)
 {
-    printf("%-24s", unit);
+    printf("# %s", unit);
     for (const std::string &contender : contenders)
-        printf(" %16s", contender.c_str());
+        printf("\t%s", contender.c_str());
     printf("\n");
 }
 
-/* One row: values, and behind those of the peers how many times the library is as fast. */
+/* One row: a value for each contender, smaller being better; 0 where a contender has none. */
 inline void print_row(const std::string &name, const std::vector<double> &values)
 {
-    printf("%-24s %16.4g", name.c_str(), values[0]);
-    for (size_t i = 1; i < values.size(); i++)
-        printf(" %8.4g (%4.3gx)", values[i], values[i] / values[0]);
+    printf("%s", name.c_str());
+    for (const double value : values)
+        printf("\t%.6g", value);
     printf("\n");
     fflush(stdout);
 }
