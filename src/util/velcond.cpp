@@ -11,25 +11,19 @@ struct velcond {
     pthread_cond_t cond;
 };
 
-static bool vel_cond_build(velcond *velcond)
-{
-    if (pthread_mutex_init(&velcond->mutex, nullptr) != 0)
-        return false;
-    if (pthread_cond_init(&velcond->cond, nullptr) != 0) {
-        const int res = pthread_mutex_destroy(&velcond->mutex);
-        VEL_ASSERT(res == 0);
-        return false;
-    }
-    return true;
-}
-
+/* Nothing tells a half-built platform object from a whole one, so destroy is of no use here. */
 velcond *vel_cond_create(void)
 {
     auto *velcond = static_cast<struct velcond *>(vel_cmalloc(sizeof(struct velcond)));
     if (!velcond)
         return nullptr;
-    /* Nothing tells a half-built platform object from a whole one, so destroy is of no use here. */
-    if (!vel_cond_build(velcond)) {
+    if (pthread_mutex_init(&velcond->mutex, nullptr) != 0) {
+        vel_free(velcond);
+        return nullptr;
+    }
+    if (pthread_cond_init(&velcond->cond, nullptr) != 0) {
+        const int res = pthread_mutex_destroy(&velcond->mutex);
+        VEL_ASSERT(res == 0);
         vel_free(velcond);
         return nullptr;
     }
