@@ -31,7 +31,11 @@ void *SUPPORT_PLATFORM(realloc)(void *pointer, size_t size);
 }
 
 /* The first allocations come before the sanitizer has set up its shadow memory. */
+#if defined(__clang__)
+#define SUPPORT_UNCHECKED __attribute__((disable_sanitizer_instrumentation))
+#else
 #define SUPPORT_UNCHECKED __attribute__((no_sanitize("address", "thread", "undefined")))
+#endif
 
 namespace support {
 
