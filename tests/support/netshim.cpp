@@ -1,3 +1,6 @@
+/* What is defined here must not be an inline function of the headers already. */
+#undef _FORTIFY_SOURCE
+
 #include "support/netshim.h"
 
 #include <algorithm>
