@@ -7,10 +7,8 @@
  * parser is not used and would at times find another host, which is meant to be so: here "?" and
  * "#" end an authority that no "/" ends, and brackets mean nothing.
  *
- * The codes below VEL_ERROR_COUNT that have no text: */
-enum {
-    VELURL_ERROR_INVALID = 222, /* no host to be found */
-};
+ * This code, for no host to be found, lies below VEL_ERROR_COUNT and has no text. */
+static constexpr vel_error_t VELURL_ERROR_INVALID = 222;
 
 /* Finds the host. New strings are for vel_free; on failure NULL is written, and all but
  * VEL_ERROR_NO_MEMORY is logged. */
