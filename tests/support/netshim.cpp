@@ -269,6 +269,10 @@ int connect(int descriptor, const sockaddr *address, socklen_t length)
     return NEXT(connect)(descriptor, address, length);
 }
 
+/* The declaration of glibc tells g++ that poll writes to the set and does not read it. */
+#ifndef __clang__
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 int poll(pollfd *set, nfds_t count, int milliseconds)
 {
     if (FAILS("poll"))
