@@ -24,7 +24,7 @@ int vel_convert_int_from_size_t_and_limit(int *dest, size_t src)
         return 1;
     }
     const int value = static_cast<int>(src);
-    VEL_ASSERT((size_t)value == src);
+    VEL_ASSERT((size_t) value == src);
     *dest = value;
     return 0;
 }
@@ -38,7 +38,7 @@ int vel_convert_uint_from_size_t_and_limit(unsigned int *dest, size_t src)
         return 1;
     }
     const auto value = static_cast<unsigned int>(src);
-    VEL_ASSERT((size_t)value == src);
+    VEL_ASSERT((size_t) value == src);
     *dest = value;
     return 0;
 }

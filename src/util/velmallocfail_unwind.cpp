@@ -12,6 +12,7 @@
 #include "util/velmallocfail_internal.h"
 
 static constexpr size_t vel_mallocfail_namelen = 256;
+static constexpr size_t vel_mallocfail_locationlen = 32;
 
 /* Writes the name of the cursor's function, empty where it is not known. */
 static void vel_mallocfail_unwind_name(const vel_unwind_cursor *unwcursorptr,
@@ -22,10 +23,34 @@ static void vel_mallocfail_unwind_name(const vel_unwind_cursor *unwcursorptr,
     name[sizeof(name) - 1] = '\0';
 }
 
-/* Steps over the mechanism's own frames. That they are there is asserted: the text means nothing
- * anywhere else. */
-static void vel_mallocfail_unwind_skip_frames(vel_unwind_cursor *unwcursorptr)
+/* Adds the text of one frame, behind a comma unless it is the first. Returns 0 if all of it was
+ * written, otherwise -1. */
+static int vel_mallocfail_unwind_append(char *buffer, size_t bufferlen, size_t *posptr, bool first,
+                                        const char *name, const char *location)
 {
+    char frame[vel_mallocfail_namelen + 1 + vel_mallocfail_locationlen];
+    /* Where this function goes on changes from run to run. */
+    if (strcmp(name, "__libc_start_main") == 0)
+        vel_snprintf(frame, sizeof(frame), "%s", name);
+    else
+        vel_snprintf(frame, sizeof(frame), "%s@%s", name, location);
+
+    int result = 0;
+    if (!first && vel_mallocfail_append(buffer, bufferlen, posptr, ",", 1) != 0)
+        result = -1;
+    if (vel_mallocfail_append(buffer, bufferlen, posptr, frame, strlen(frame)) != 0)
+        result = -1;
+    return result;
+}
+
+int vel_mallocfail_unwind_stacktrace_generate(char *buffer, size_t *bufferlen,
+                                              vel_unwind_cursor *unwcursorptr)
+{
+    VEL_ASSERT(bufferlen != NULL);
+    VEL_ASSERT(buffer != NULL || *bufferlen == 0);
+    VEL_ASSERT(unwcursorptr != NULL);
+
+    /* That the mechanism's own frames are there is asserted: the text means nothing elsewhere. */
     char name[vel_mallocfail_namelen];
     vel_mallocfail_unwind_name(unwcursorptr, name);
     VEL_ASSERT(strcmp(name, "vel_mallocfail_unwind_stacktrace") == 0);
@@ -42,38 +67,17 @@ static void vel_mallocfail_unwind_skip_frames(vel_unwind_cursor *unwcursorptr)
         err = vel_unwind_step(unwcursorptr);
         VEL_ASSERT(err >= 0);
     }
-}
-
-int vel_mallocfail_unwind_stacktrace_generate(char *buffer, size_t *bufferlen,
-                                              vel_unwind_cursor *unwcursorptr)
-{
-    VEL_ASSERT(bufferlen != NULL);
-    VEL_ASSERT(buffer != NULL || *bufferlen == 0);
-    VEL_ASSERT(unwcursorptr != NULL);
-
-    vel_mallocfail_unwind_skip_frames(unwcursorptr);
 
     int result = 0;
-    int err = 0;
     size_t pos = 0;
     bool first = true;
     do {
-        char name[vel_mallocfail_namelen];
-        char location[32];
-        char frame[sizeof(name) + 1 + sizeof(location)];
         vel_mallocfail_unwind_name(unwcursorptr, name);
+        char location[vel_mallocfail_locationlen];
         const int ret = vel_snprintf(location, sizeof(location) - 1, "%lx",
                                      static_cast<unsigned long>(vel_unwind_get_ip(unwcursorptr)));
-        VEL_ASSERT((size_t)ret <= sizeof(location) - 1);
-        /* Where this function goes on changes from run to run. */
-        if (strcmp(name, "__libc_start_main") == 0)
-            vel_snprintf(frame, sizeof(frame), "%s", name);
-        else
-            vel_snprintf(frame, sizeof(frame), "%s@%s", name, location);
-
-        if (!first && vel_mallocfail_append(buffer, *bufferlen, &pos, ",", 1) != 0)
-            result = -1;
-        if (vel_mallocfail_append(buffer, *bufferlen, &pos, frame, strlen(frame)) != 0)
+        VEL_ASSERT((size_t) ret <= sizeof(location) - 1);
+        if (vel_mallocfail_unwind_append(buffer, *bufferlen, &pos, first, name, location) != 0)
             result = -1;
         first = false;
         err = vel_unwind_step(unwcursorptr);
