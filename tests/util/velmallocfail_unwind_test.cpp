@@ -1,0 +1,90 @@
+#include <cstdlib>
+#include <string>
+
+#include <gmock/gmock.h>
+
+#include <vellib/velmallocfail.h>
+
+#include "support/child.h"
+
+/* The unwinding generator knows its callers by their names, so these functions of the test take the
+ * places of the library's own. */
+extern "C" {
+char *vel_mallocfail_checkfail(void);
+void *vel_mallocfail_malloc(size_t size);
+char *test_calls_check(void);
+char *test_calls_malloc(void);
+}
+
+static char *trace;
+
+__attribute__((noinline)) char *vel_mallocfail_checkfail(void)
+{
+    char *text = vel_mallocfail_unwind_stacktrace();
+    trace = text; /* and so this is no tail call */
+    return text;
+}
+
+__attribute__((noinline)) void *vel_mallocfail_malloc(size_t size)
+{
+    char *text = vel_mallocfail_checkfail();
+    return text + (size - size);
+}
+
+__attribute__((noinline)) char *test_calls_check(void)
+{
+    char *text = vel_mallocfail_checkfail();
+    trace = text;
+    return text;
+}
+
+__attribute__((noinline)) char *test_calls_malloc(void)
+{
+    char *text = static_cast<char *>(vel_mallocfail_malloc(1));
+    trace = text;
+    return text;
+}
+
+TEST(VelmallocfailUnwind, TextIsNamesAndLocationsFromTheCallerOutwards)
+{
+    char *text = test_calls_check();
+    ASSERT_NE(text, nullptr);
+    EXPECT_THAT(text, testing::ContainsRegex("^test_calls_check@[0-9a-f]+,"));
+    EXPECT_THAT(text, testing::ContainsRegex(",main@[0-9a-f]+,"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("vel_mallocfail")));
+    free(text);
+}
+
+TEST(VelmallocfailUnwind, AllocatorsFrameIsSkipped)
+{
+    char *text = test_calls_malloc();
+    ASSERT_NE(text, nullptr);
+    EXPECT_THAT(text, testing::ContainsRegex("^test_calls_malloc@[0-9a-f]+,"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("vel_mallocfail")));
+    free(text);
+}
+
+TEST(VelmallocfailUnwind, StartOfTheProgramHasNoLocation)
+{
+    char *text = test_calls_check();
+    ASSERT_NE(text, nullptr);
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("__libc_start_main@")));
+    free(text);
+}
+
+TEST(VelmallocfailUnwind, SameStackGivesTheSameText)
+{
+    std::string texts[2];
+    for (std::string &text : texts) {
+        char *next = test_calls_check();
+        ASSERT_NE(next, nullptr);
+        text = next;
+        free(next);
+    }
+    EXPECT_EQ(texts[0], texts[1]);
+
+    char *other = test_calls_malloc();
+    ASSERT_NE(other, nullptr);
+    EXPECT_NE(other, texts[0]);
+    free(other);
+}
