@@ -1,0 +1,417 @@
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <dlfcn.h>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include <vellib/vellib.h>
+
+#include "support/assertion.h"
+#include "support/fdcapture.h"
+#include "support/oom.h"
+#include "support/rows.h"
+#include "support/tempdir.h"
+
+using support::fd_capture;
+using support::read_file;
+
+/* The clock of the log, while armed. */
+static bool armed;
+static int looks;
+static bool noplace;
+static const time_t kNow = 1800000000;
+
+extern "C" time_t time(time_t *result) noexcept
+{
+    if (!armed)
+        return reinterpret_cast<time_t (*)(time_t *)>(dlsym(RTLD_NEXT, "time"))(result);
+    looks++;
+    if (result)
+        *result = kNow;
+    return kNow;
+}
+
+extern "C" struct tm *localtime_r(const time_t *timep, struct tm *result) noexcept
+{
+    if (armed && noplace)
+        return nullptr;
+    return reinterpret_cast<struct tm *(*)(const time_t *, struct tm *)>(
+        dlsym(RTLD_NEXT, "localtime_r"))(timep, result);
+}
+
+/* The time stamp of every line here. */
+static std::string stamp()
+{
+    struct tm place;
+    char text[64];
+    localtime_r(&kNow, &place);
+    strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S ", &place);
+    return text;
+}
+
+/* What the callback sink was given. */
+struct received {
+    std::string string;
+    size_t length;
+    int level;
+    time_t when;
+    bool operator==(const received &) const = default;
+};
+
+struct receiver {
+    std::vector<received> messages;
+    int result = 0;
+};
+
+static std::ostream &operator<<(std::ostream &out, const received &message)
+{
+    return out << message.string << " " << message.length << " " << message.level;
+}
+
+static int receive(const char *string, size_t length, int level, time_t when, void *context)
+{
+    receiver *const to = static_cast<receiver *>(context);
+    to->messages.push_back({string, length, level, when});
+    return to->result;
+}
+
+class Vellog : public testing::Test {
+  protected:
+    void SetUp() override
+    {
+        armed = true;
+        log_ = vel_log_create();
+        ASSERT_NE(log_, nullptr);
+    }
+    void TearDown() override
+    {
+        vel_log_destroy(log_);
+        vel_log_uninit();
+        armed = false;
+        noplace = false;
+    }
+
+    support::temporary_directory directory_;
+    vellog *log_ = nullptr;
+};
+
+TEST_F(Vellog, NewLogWritesToTheStandardErrorAlone)
+{
+    fd_capture out(STDOUT_FILENO);
+    fd_capture err(STDERR_FILENO);
+    const int result = vel_log(log_, 8, "%s %d", "text", 42);
+    const int above = vel_log(log_, 9, "above");
+    const std::string errtext = err.stop();
+    EXPECT_EQ(out.stop(), "");
+    EXPECT_EQ(errtext, stamp() + "text 42\n");
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(above, 0) << "a message that no sink wants is delivered";
+    EXPECT_TRUE(std::filesystem::is_empty("."));
+}
+
+TEST_F(Vellog, RawHasNoTimeButALineFeed)
+{
+    fd_capture err(STDERR_FILENO);
+    EXPECT_EQ(vel_log_raw(log_, 1, "%s", "text"), 0);
+    EXPECT_EQ(vel_log_raw(log_, 1, "%s", ""), 0);
+    EXPECT_EQ(err.stop(), "text\n\n");
+}
+
+TEST_F(Vellog, EmptyMessageIsALineOfItsOwn)
+{
+    fd_capture err(STDERR_FILENO);
+    EXPECT_EQ(vel_log(log_, 1, "%s", ""), 0);
+    EXPECT_EQ(vel_log_macro(log_, 1, "adt/velcache", 61, "%s", ""), 0);
+    EXPECT_EQ(err.stop(), stamp() + "\n" + stamp() + "adt/velcache:61[1] \n");
+}
+
+/* The length goes with the message: a byte of any value is text, and a line feed is not special. */
+TEST_F(Vellog, MessageIsWrittenByteByByte)
+{
+    fd_capture err(STDERR_FILENO);
+    EXPECT_EQ(vel_log_raw(log_, 1, "a%cb\n\xff", '\0'), 0);
+    EXPECT_EQ(err.stop(), std::string("a\0b\n\xff\n", 6));
+}
+
+TEST_F(Vellog, CallbackReceivesTheBareMessage)
+{
+    receiver to;
+    vel_log_stderr_disable(log_);
+    vel_log_callback_set(log_, receive, &to);
+    EXPECT_EQ(vel_log(log_, 1, "off"), 0);
+    EXPECT_TRUE(to.messages.empty()) << "setting does not enable";
+
+    vel_log_callback_enable(log_);
+    EXPECT_EQ(vel_log(log_, 16, "%s", "one"), 0);
+    EXPECT_EQ(vel_log_raw(log_, 0, "%s", ""), 0);
+    EXPECT_EQ(vel_log_macro(log_, 7, "adt/velcache", 61, "%s", "three"), 0);
+    EXPECT_EQ(vel_log(log_, 17, "above its threshold"), 0);
+    EXPECT_EQ(vel_log(log_, -1, "levels are signed"), 0);
+    vel_log_callback_disable(log_);
+    EXPECT_EQ(vel_log(log_, 1, "off again"), 0);
+    EXPECT_EQ(to.messages, (std::vector<received>{{"one", 3, 16, kNow},
+                                                  {"", 0, 0, kNow},
+                                                  {"three", 5, 7, kNow},
+                                                  {"levels are signed", 17, -1, kNow}}));
+}
+
+TEST_F(Vellog, CallbackThatFailsMakesTheDeliveryFail)
+{
+    for (int result : {1, -1}) {
+        receiver to;
+        to.result = result;
+        vel_log_callback_set(log_, receive, &to);
+        vel_log_callback_enable(log_);
+        fd_capture err(STDERR_FILENO);
+        EXPECT_EQ(vel_log(log_, 1, "text"), -1);
+        EXPECT_EQ(vel_log_raw(log_, 1, "text"), -1);
+        EXPECT_EQ(vel_log_macro(log_, 1, "a", 1, "text"), -1);
+        vel_log_macro_set_values(log_, 1, "a", 1);
+        EXPECT_EQ(vel_log_macro_format("text"), -1);
+        const std::string text = err.stop();
+        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 4) << "the others get the line";
+        EXPECT_EQ(to.messages.size(), 4u);
+    }
+}
+
+TEST_F(Vellog, EnabledCallbackWithoutFunctionFailsAtEveryMessage)
+{
+    vel_log_callback_enable(log_);
+    fd_capture err(STDERR_FILENO);
+    EXPECT_EQ(vel_log(log_, 1, "one"), -1);
+    EXPECT_EQ(vel_log(log_, 1, "two"), -1);
+    EXPECT_EQ(vel_log(log_, 17, "not served"), 0);
+    EXPECT_EQ(err.stop(), stamp() + "one\n" + stamp() + "two\n");
+}
+
+/* One look at the clock, however many sinks there are. */
+TEST_F(Vellog, EverySinkGetsTheSameTime)
+{
+    receiver to;
+    vel_log_callback_set(log_, receive, &to);
+    vel_log_callback_enable(log_);
+    vel_log_stdout_enable(log_);
+    vel_log_logfile_enable(log_);
+    looks = 0;
+    fd_capture out(STDOUT_FILENO);
+    fd_capture err(STDERR_FILENO);
+    EXPECT_EQ(vel_log(log_, 1, "text"), 0);
+    const std::string line = stamp() + "text\n";
+    EXPECT_EQ(err.stop(), line);
+    EXPECT_EQ(out.stop(), line);
+    EXPECT_EQ(read_file("veldefault.log"), line);
+    EXPECT_EQ(looks, 1);
+    EXPECT_EQ(to.messages, (std::vector<received>{{"text", 4, 1, kNow}}));
+}
+
+TEST_F(Vellog, TimeWithoutPlaceIsZeroed)
+{
+    fd_capture err(STDERR_FILENO);
+    noplace = true;
+    EXPECT_EQ(vel_log(log_, 1, "text"), 0);
+    noplace = false;
+    EXPECT_EQ(err.stop(), "1900-01-00 00:00:00 text\n");
+}
+
+TEST_F(Vellog, FormatErrorGivesMinusOneAndDeliversNothing)
+{
+    receiver to;
+    vel_log_callback_set(log_, receive, &to);
+    vel_log_callback_enable(log_);
+    vel_log_stderr_disable(log_);
+    EXPECT_EQ(vel_log(log_, 1, "%ls", L"\x3b1"), -1);
+    EXPECT_EQ(vel_log_raw(log_, 1, "%ls", L"\x3b1"), -1);
+    EXPECT_EQ(vel_log_macro(log_, 1, "a", 1, "%ls", L"\x3b1"), -1);
+    vel_log_macro_set_values(log_, 1, "a", 1);
+    EXPECT_EQ(vel_log_macro_format("%ls", L"\x3b1"), -1);
+    EXPECT_TRUE(to.messages.empty());
+    EXPECT_EQ(vel_log(log_, 1, "text"), 0);
+    EXPECT_EQ(to.messages.size(), 1u);
+}
+
+/* The sinks with a threshold that lines are read back from. */
+struct sink_case {
+    const char *name;
+    void (*enable)(vellog *log);
+    void (*disable)(vellog *log);
+    void (*set_level)(vellog *log, int level);
+    int threshold;
+};
+
+static const sink_case kSinks[] = {
+    {"Callback", vel_log_callback_enable, vel_log_callback_disable, vel_log_callback_set_level, 16},
+    {"Logfile", vel_log_logfile_enable, vel_log_logfile_disable, vel_log_logfile_set_level, 8},
+    {"Stdout", vel_log_stdout_enable, vel_log_stdout_disable, vel_log_stdout_set_level, 8},
+    {"Stderr", vel_log_stderr_enable, vel_log_stderr_disable, vel_log_stderr_set_level, 8},
+};
+
+class VellogSink : public Vellog, public testing::WithParamInterface<sink_case> {
+  protected:
+    /* Logs at every level in turn, and returns the levels that arrived. */
+    std::string levels(vellog *log)
+    {
+        receiver to;
+        vel_log_callback_set(log, receive, &to);
+        std::filesystem::remove("veldefault.log");
+        vel_log_logfile_recreate(log);
+        fd_capture out(STDOUT_FILENO);
+        fd_capture err(STDERR_FILENO);
+        for (int level = 0; level <= 16; level++)
+            EXPECT_EQ(vel_log_raw(log, level, "%c", 'a' + level), 0);
+        std::string text = err.stop() + out.stop() + read_file("veldefault.log");
+        std::erase(text, '\n');
+        for (const received &message : to.messages)
+            text += message.string;
+        vel_log_callback_set(log, nullptr, nullptr);
+        return text;
+    }
+};
+
+TEST_P(VellogSink, FlagAndThreshold)
+{
+    const std::string all = "abcdefghijklmnopq";
+    for (vellog *log : {log_, static_cast<vellog *>(nullptr)}) {
+        vel_log_stderr_disable(log);
+        EXPECT_EQ(levels(log), "");
+        GetParam().enable(log);
+        EXPECT_EQ(levels(log), all.substr(0, static_cast<size_t>(GetParam().threshold) + 1));
+        for (int level : {0, 3, 16}) {
+            GetParam().set_level(log, level);
+            EXPECT_EQ(levels(log), all.substr(0, static_cast<size_t>(level) + 1));
+        }
+        GetParam().set_level(log, -1);
+        EXPECT_EQ(levels(log), "");
+        GetParam().set_level(log, 16);
+        GetParam().disable(log);
+        EXPECT_EQ(levels(log), "");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Sinks, VellogSink, testing::ValuesIn(kSinks), support::row_name());
+
+TEST_F(Vellog, MacroStepsWriteThePrefix)
+{
+    fd_capture err(STDERR_FILENO);
+    vel_log_macro_mutex_lock();
+    vel_log_macro_set_values(log_, 7, "adt/velhash", -12);
+    EXPECT_EQ(vel_log_macro_format("%s", "own log"), 0);
+    EXPECT_EQ(vel_log_macro_format("%s", "values stay"), 0);
+    vel_log_macro_mutex_unlock();
+    VEL_LOG_AT(nullptr, 8, "a/rather/long/path/of/a/module", 123456, "default %s", "log");
+    VEL_LOG_AT(nullptr, 9, "adt/velhash", 1, "above");
+    EXPECT_EQ(err.stop(), stamp() + "adt/velhash:-12[7] own log\n" + stamp() +
+                              "adt/velhash:-12[7] values stay\n" + stamp() +
+                              "a/rather/long/path/of/a/module:123456[8] default log\n");
+}
+
+TEST_F(Vellog, MacroInOneCallStoresNothing)
+{
+    fd_capture err(STDERR_FILENO);
+    vel_log_macro_set_values(log_, 7, "adt/velhash", 12);
+    EXPECT_EQ(vel_log_macro(nullptr, 8, "util/velurl", 99, "%s", "one call"), 0);
+    EXPECT_EQ(vel_log_macro_format("%s", "steps"), 0);
+    EXPECT_EQ(err.stop(),
+              stamp() + "util/velurl:99[8] one call\n" + stamp() + "adt/velhash:12[7] steps\n");
+}
+
+TEST_F(Vellog, FirstCallMakesTheDefaultLog)
+{
+    fd_capture err(STDERR_FILENO);
+    EXPECT_EQ(vel_log(nullptr, 1, "one"), 0);
+    vel_log_uninit();
+    EXPECT_EQ(vel_log_macro(nullptr, 1, "a", 2, "two"), 0);
+    vel_log_uninit();
+    VEL_LOG_AT(nullptr, 1, "b", 3, "three");
+    vel_log_uninit();
+    EXPECT_EQ(vel_log_raw(nullptr, 1, "four"), 0);
+    EXPECT_EQ(err.stop(),
+              stamp() + "one\n" + stamp() + "a:2[1] two\n" + stamp() + "b:3[1] three\nfour\n");
+}
+
+TEST_F(Vellog, InitIsIdempotent)
+{
+    EXPECT_EQ(vel_log_init(), 0);
+    vel_log_stderr_disable(nullptr);
+    EXPECT_EQ(vel_log_init(), 0);
+    EXPECT_EQ(vel_log_init_threaded(), 0);
+    EXPECT_EQ(vel_log_init_threaded(), 0);
+    fd_capture err(STDERR_FILENO);
+    VEL_LOG_AT(nullptr, 1, "a", 1, "off");
+    EXPECT_EQ(err.stop(), "") << "the settings stay";
+    vel_log_uninit();
+    vel_log_uninit();
+}
+
+/* Once threaded, an own log takes its lock; the lines do not change. */
+TEST_F(Vellog, ThreadedLogWritesTheSame)
+{
+    ASSERT_EQ(vel_log_init_threaded(), 0);
+    fd_capture err(STDERR_FILENO);
+    EXPECT_EQ(vel_log(log_, 1, "one"), 0);
+    EXPECT_EQ(vel_log_raw(log_, 1, "two"), 0);
+    EXPECT_EQ(vel_log(nullptr, 1, "three"), 0);
+    VEL_LOG_AT(nullptr, 1, "a", 1, "four");
+    EXPECT_EQ(vel_log(log_, 1, "%ls", L"\x3b1"), -1);
+    EXPECT_EQ(vel_log(log_, 1, "the lock was released"), 0);
+    EXPECT_EQ(err.stop(), stamp() + "one\ntwo\n" + stamp() + "three\n" + stamp() + "a:1[1] four\n" +
+                              stamp() + "the lock was released\n");
+}
+
+/* Own logs are their owner's. */
+TEST_F(Vellog, UninitLeavesOwnLogsAlone)
+{
+    EXPECT_EQ(vel_log_init(), 0);
+    vel_log_uninit();
+    fd_capture err(STDERR_FILENO);
+    EXPECT_EQ(vel_log(log_, 1, "one"), 0);
+    EXPECT_EQ(err.stop(), stamp() + "one\n");
+}
+
+TEST_F(Vellog, LockStepsAreHarmlessWithoutALock)
+{
+    vel_log_macro_mutex_lock();
+    vel_log_macro_mutex_unlock();
+    EXPECT_EQ(vel_log_init(), 0);
+    vel_log_macro_mutex_lock();
+    vel_log_macro_mutex_lock();
+    vel_log_macro_mutex_unlock();
+}
+
+TEST(VellogDeathTest, ArgumentsAreAsserted)
+{
+    EXPECT_DEATH(vel_log_destroy(nullptr), support::asserts("vellog != NULL", "vel_log_destroy"));
+    EXPECT_DEATH(vel_log_syslog_map(nullptr, 1, 1),
+                 support::asserts("vellog != NULL", "vel_log_syslog_map"));
+    EXPECT_DEATH(vel_log_macro(nullptr, 1, nullptr, 1, "text"),
+                 support::asserts("file != NULL", "vel_log_macro"));
+}
+
+static bool log_life()
+{
+    receiver to;
+    vellog *log = vel_log_create();
+    if (!log)
+        return false;
+    vel_log_stderr_disable(log);
+    vel_log_callback_set(log, receive, &to);
+    vel_log_callback_enable(log);
+    const bool complete =
+        vel_log_init_threaded() == 0 && vel_log_logfile_set_name(log, "life.log") == 0 &&
+        vel_log(log, 1, "%s", "text") == 0 && vel_log_raw(log, 1, "%s", "a longer text") == 0 &&
+        vel_log_macro(log, 1, "adt/velcache", 1, "%s", "an even longer text") == 0 &&
+        (vel_log_macro_set_values(log, 1, "adt/velcache", 1), true) &&
+        vel_log_macro_format("%s", "the longest text of all of them") == 0 &&
+        vel_log(nullptr, 9, "%s", "default log") == 0 && to.messages.size() == 4;
+    vel_log_destroy(log);
+    vel_log_uninit();
+    return complete;
+}
+
+TEST(VellogMemory, EveryAllocationMayFail)
+{
+    EXPECT_GT(support::vel_oom_drive(log_life), 10u);
+}
