@@ -1,7 +1,6 @@
 #include <vellib/velhash.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include <vellib/velmalloc.h>
 
@@ -14,6 +13,7 @@
  * host may expect it to be, with one comparison at least. */
 struct vel_hash_hostkind {
     using key = const void *; /* an item, or what stands for one */
+    static constexpr bool filtered = false;
 
     static void *item(const velhash *velhash, vel_listlink *link)
     {
@@ -23,11 +23,6 @@ struct vel_hash_hostkind {
     static vel_listlink *link(const velhash *velhash, void *item)
     {
         return reinterpret_cast<vel_listlink *>(static_cast<char *>(item) + velhash->linkoffset);
-    }
-
-    static key key_of(const velhash *, const void *item)
-    {
-        return item;
     }
 
     static size_t hash_of(const velhash *velhash, const void *item)
@@ -49,7 +44,7 @@ static void *vel_hash_array_remove_item(velhash *velhash, velhasharray *velhasha
                                         const void *searchitem)
 {
     vel_listlink *const link =
-        vel_hash_array_find<vel_hash_hostkind>(velhash, velhasharray, slot, searchitem);
+        vel_hash_array_find<vel_hash_hostkind>(velhash, velhasharray, slot, 0, searchitem);
 
     if (!link)
         return nullptr;
@@ -78,89 +73,7 @@ void vel_hash_hostkind::take_found(velhash *velhash, size_t slot, vel_listlink *
     VEL_ASSERT(it == founditem);
 }
 
-/* ---- Arrays ---- */
-
-static size_t vel_hash_blockcount(size_t slotcount)
-{
-    return (slotcount + vel_hash_blockslots - 1) / vel_hash_blockslots;
-}
-
-static void vel_hash_array_destroy(velhasharray *velhasharray)
-{
-    vel_free(velhasharray->slots);
-    vel_free(velhasharray);
-}
-
-/* One block of memory for the slots and the usage of their blocks, of which only the usage is
- * zeroed. NULL also if its size cannot be told in a size_t. */
-static vel_list *vel_hash_array_allocate_slots(size_t slotcount)
-{
-    if (slotcount > SIZE_MAX / sizeof(vel_list) / 2)
-        return nullptr;
-    const size_t slotsize = slotcount * sizeof(vel_list);
-    const size_t usagesize = vel_hash_blockcount(slotcount) * sizeof(uint32_t);
-
-    auto *slots = static_cast<vel_list *>(vel_malloc(slotsize + usagesize));
-    if (slots)
-        memset(slots + slotcount, 0, usagesize);
-    return slots;
-}
-
-static velhasharray *vel_hash_array_create(size_t slotcount)
-{
-    VEL_ASSERT(slotcount >= 5);
-
-    auto *velhasharray =
-        static_cast<struct velhasharray *>(vel_cmalloc(sizeof(struct velhasharray)));
-    if (!velhasharray) {
-        VEL_LOG(7, "not enough memory for hash array structure");
-        return nullptr;
-    }
-    velhasharray->slots = vel_hash_array_allocate_slots(slotcount);
-    if (!velhasharray->slots) {
-        VEL_LOG(7, "not enough memory for hash array slots (%zu bytes)",
-                slotcount * sizeof(vel_list));
-        vel_hash_array_destroy(velhasharray);
-        return nullptr;
-    }
-    velhasharray->slotcount = slotcount;
-    velhasharray->reciprocal = SIZE_MAX / slotcount;
-    velhasharray->blockusage = reinterpret_cast<uint32_t *>(velhasharray->slots + slotcount);
-    return velhasharray;
-}
-
-void vel_hash_array_open_block(velhasharray *velhasharray, size_t block)
-{
-    const size_t start = block * vel_hash_blockslots;
-    const size_t count = std::min(vel_hash_blockslots, velhasharray->slotcount - start);
-
-    memset(velhasharray->slots + start, 0, count * sizeof(vel_list));
-    velhasharray->blockusage[block] = 1;
-}
-
-vel_listlink *vel_hash_array_first(const velhasharray *velhasharray, size_t startslot,
-                                   size_t *slotptr)
-{
-    VEL_ASSERT(startslot < velhasharray->slotcount);
-
-    const size_t slotcount = velhasharray->slotcount;
-    size_t slot = startslot;
-    while (slot < slotcount) {
-        const size_t block = slot / vel_hash_blockslots;
-        const size_t end = std::min((block + 1) * vel_hash_blockslots, slotcount);
-
-        if (velhasharray->blockusage[block] <= 1)
-            slot = end;
-        for (; slot < end; slot++) {
-            if (velhasharray->slots[slot].head) {
-                *slotptr = slot;
-                return static_cast<vel_listlink *>(velhasharray->slots[slot].head);
-            }
-        }
-    }
-    *slotptr = slotcount - 1;
-    return nullptr;
-}
+/* ---- Resizing ---- */
 
 /* Destroys the items slot by slot, those of a slot from the head on. */
 static void vel_hash_array_clear(velhash *velhash, velhasharray *velhasharray)
@@ -172,10 +85,9 @@ static void vel_hash_array_clear(velhash *velhash, velhasharray *velhasharray)
         velhash->destroycallback(vel_hash_hostkind::item(velhash, link), velhash->context);
         velhash->entries--;
     }
+    velhasharray->cursor = 0;
     VEL_ASSERT(velhasharray->entries == 0);
 }
-
-/* ---- Resizing ---- */
 
 /* Makes the array that items move to, and has the search for the first of them begin anew. */
 static velhasharray *vel_hash_start_resize(velhash *velhash, size_t slotcount)
@@ -333,18 +245,47 @@ void vel_hash_add(velhash *velhash, void *item)
     VEL_ASSERT(velhash != NULL);
     VEL_ASSERT(item != NULL);
 
-    vel_hash_add_item<vel_hash_hostkind>(velhash, item, vel_hash_hostkind::hash_of(velhash, item));
+    vel_hash_add_item<vel_hash_hostkind>(velhash, item, vel_hash_hostkind::hash_of(velhash, item),
+                                         item);
 }
 
 /* Whether the item with this link, and not one equal to it, is in a slot. */
 static bool vel_hash_array_check_item(const velhasharray *velhasharray, size_t slot,
                                       const vel_listlink *link)
 {
-    const vel_listlink *other = vel_hash_array_chain(velhasharray, slot);
+    const velhashslot *const hashslot = vel_hash_array_peek(velhasharray, slot);
+    const vel_listlink *other = hashslot ? hashslot->head : nullptr;
 
     while (other && other != link)
         other = static_cast<const vel_listlink *>(other->next);
     return other != nullptr;
+}
+
+/* Unlinks an item from where it is, or from nowhere, as if it were in this slot, and leaves the
+ * slot as a list would be left: the items behind it if it was the head of its chain, else what
+ * was there. The block counts as full from now on, since what it has is not known. */
+static void vel_hash_array_unlink_elsewhere(velhasharray *velhasharray, size_t slot,
+                                            vel_listlink *link)
+{
+    const size_t block = slot / vel_hash_blockslots;
+    if (velhasharray->blockusage[block] == 0)
+        vel_hash_array_open_block(velhasharray, block);
+    velhasharray->blockusage[block] = UINT32_MAX / 2;
+    velhasharray->entries--;
+
+    velhashslot *const hashslot = &velhasharray->slots[slot];
+    auto *const next = static_cast<vel_listlink *>(link->next);
+    auto *const prev = static_cast<vel_listlink *>(link->prev);
+    if (!prev || !prev->next)
+        hashslot->head = next;
+    else
+        prev->next = next;
+    if (next)
+        next->prev = prev;
+    else if (hashslot->head)
+        hashslot->head->prev = prev;
+    link->next = nullptr;
+    link->prev = nullptr;
 }
 
 void vel_hash_remove(velhash *velhash, void *item)
@@ -357,22 +298,19 @@ void vel_hash_remove(velhash *velhash, void *item)
     velhasharray *const targethasharray = vel_hash_target(velhash);
     velhasharray *const mainarray = velhash->mainarray;
     const size_t slot = vel_hash_array_slot(targethasharray, hash);
-    const size_t block = slot / vel_hash_blockslots;
 
     const bool regular = vel_hash_array_check_item(targethasharray, slot, link);
     if (!regular && targethasharray != mainarray &&
         !vel_hash_array_check_item(mainarray, vel_hash_array_slot(mainarray, hash), link))
         return;
 
-    /* An item that is not in the target array is taken out of it all the same: that is the
-     * contract. What the slot holds then is unknown, so its block counts as full for good. */
-    if (targethasharray->blockusage[block] == 0)
-        vel_hash_array_open_block(targethasharray, block);
-    targethasharray->blockusage[block] =
-        regular ? targethasharray->blockusage[block] - 1 : UINT32_MAX / 2;
-    VEL_LIST_REMOVE(&targethasharray->slots[slot], link);
+    /* That an item which is not in the target array is taken out of it all the same is the
+     * contract. */
     VEL_ASSERT(targethasharray->entries > 0);
-    targethasharray->entries--;
+    if (regular)
+        vel_hash_array_unlink(targethasharray, slot, link);
+    else
+        vel_hash_array_unlink_elsewhere(targethasharray, slot, link);
     VEL_ASSERT(velhash->entries > 0);
     velhash->entries--;
     vel_hash_after_remove<vel_hash_hostkind>(velhash, targethasharray);
@@ -412,10 +350,13 @@ void *vel_hash_enumerate_start(velhash *velhash)
     return vel_hash_enumerate_from(velhash, vel_hash_target(velhash), 0);
 }
 
+/* An item without a next one is the tail of its slot if the head says so, or is the head itself. */
 static bool vel_hash_array_is_tail(const velhasharray *velhasharray, size_t slot,
                                    const vel_listlink *link)
 {
-    return vel_hash_array_chain(velhasharray, slot) && velhasharray->slots[slot].tail == link;
+    const velhashslot *const hashslot = vel_hash_array_peek(velhasharray, slot);
+
+    return hashslot && hashslot->head && (hashslot->head == link || hashslot->head->prev == link);
 }
 
 void *vel_hash_enumerate_next(velhash *velhash, void *item)

@@ -2,36 +2,17 @@
 #define VELLIB_ADT_VELHASH_CORE_H
 
 #include <cstddef>
-#include <cstdint>
 
 #include <vellib/velhash.h>
 #include <vellib/vellist.h>
 
+#include "adt/velhasharray.h"
 #include "util/velassert.h"
 
 /* The table of velhash and the operations that have to be fast, as templates over a kind of item:
- * velhash reaches its items through the callbacks of the host; velstringhash knows its own.
- *
- * Three things make an operation cheap without showing outside:
- * - The slots of an array are not initialised when it is made, but in blocks, each when the first
- *   item of the block arrives. So the call that starts a resize does not pay for the whole array.
- * - Each block counts its items, and a walk over the slots leaps blocks that have none.
- * - An array that a resize empties only loses items, so the search for its first item goes on
- *   from where the last one was found. */
-
-/* Heads of 256 slots make a page of 4096 bytes. */
-static constexpr size_t vel_hash_blockslots = 256;
+ * velhash reaches its items through the callbacks of the host; velstringhash knows its own. */
 
 static constexpr size_t vel_hash_initialslots = 5;
-
-struct velhasharray {
-    size_t slotcount;
-    vel_list *slots;      /* slotcount heads; those of a block that is not in use are garbage */
-    size_t entries;       /* items in this array */
-    size_t reciprocal;    /* the largest size_t divided by slotcount */
-    size_t cursor;        /* while a resize empties this array, no slot before it has an item */
-    uint32_t *blockusage; /* for each block 0, or 1 and the number of its items, or more */
-};
 
 struct velhash {
     size_t minslotcount;
@@ -53,13 +34,6 @@ void vel_hash_start_shrinking(velhash *velhash);
 /* Ends a resize once mainarray is empty. */
 void vel_hash_replace_main(velhash *velhash);
 
-/* Makes the heads of a block empty, and counts it as in use. */
-void vel_hash_array_open_block(velhasharray *velhasharray, size_t block);
-
-/* The first item from slot startslot on, or NULL. The slot is written to slotptr. */
-vel_listlink *vel_hash_array_first(const velhasharray *velhasharray, size_t startslot,
-                                   size_t *slotptr);
-
 /* The array that new items go to, and that old ones move to during a resize. */
 static inline velhasharray *vel_hash_target(const velhash *velhash)
 {
@@ -68,46 +42,6 @@ static inline velhasharray *vel_hash_target(const velhash *velhash)
         return velhash->biggerarray;
     }
     return velhash->smallerarray ? velhash->smallerarray : velhash->mainarray;
-}
-
-/* hash modulo slotcount, by a multiplication. The quotient is exact or too low by one. */
-static inline size_t vel_hash_array_slot(const velhasharray *velhasharray, size_t hash)
-{
-#ifdef __SIZEOF_INT128__
-    static_assert(sizeof(size_t) == 8);
-    const auto product = static_cast<unsigned __int128>(hash) * velhasharray->reciprocal;
-    const size_t rest = hash - static_cast<size_t>(product >> 64) * velhasharray->slotcount;
-
-    return rest < velhasharray->slotcount ? rest : rest - velhasharray->slotcount;
-#else
-    return hash % velhasharray->slotcount;
-#endif
-}
-
-static inline vel_listlink *vel_hash_array_chain(const velhasharray *velhasharray, size_t slot)
-{
-    if (velhasharray->blockusage[slot / vel_hash_blockslots] == 0)
-        return nullptr;
-    return static_cast<vel_listlink *>(velhasharray->slots[slot].head);
-}
-
-static inline void vel_hash_array_link(velhasharray *velhasharray, size_t slot, vel_listlink *link)
-{
-    const size_t block = slot / vel_hash_blockslots;
-
-    if (velhasharray->blockusage[block] == 0)
-        vel_hash_array_open_block(velhasharray, block);
-    velhasharray->blockusage[block]++;
-    VEL_LIST_ADD_TAIL(&velhasharray->slots[slot], link);
-    velhasharray->entries++;
-}
-
-static inline void vel_hash_array_unlink(velhasharray *velhasharray, size_t slot,
-                                         vel_listlink *link)
-{
-    velhasharray->blockusage[slot / vel_hash_blockslots]--;
-    VEL_LIST_REMOVE(&velhasharray->slots[slot], link);
-    velhasharray->entries--;
 }
 
 /* Ends the resize if mainarray has become empty. */
@@ -123,7 +57,7 @@ static inline void vel_hash_check_if_main_empty(velhash *velhash)
  *   key                               what a search compares with
  *   item(velhash, link)               the item around a link
  *   link(velhash, item)               the link in an item
- *   key_of(velhash, item)             the key of an item
+ *   filtered                          whether only items with the hash of a key can match it
  *   matches(velhash, item, key)       whether an item has the key
  *   take_first(velhash, slot, link)   takes the first item out of mainarray, and returns its hash
  *   take_found(velhash, slot, link)   takes an item that a lookup found out of mainarray */
@@ -131,37 +65,43 @@ static inline void vel_hash_check_if_main_empty(velhash *velhash)
 template <typename Kind>
 static inline vel_listlink *vel_hash_array_find(const velhash *velhash,
                                                 const velhasharray *velhasharray, size_t slot,
-                                                const typename Kind::key &key)
+                                                size_t hash, const typename Kind::key &key)
 {
-    vel_listlink *link = vel_hash_array_chain(velhasharray, slot);
+    const velhashslot *const hashslot = vel_hash_array_peek(velhasharray, slot);
+    if (!hashslot || (Kind::filtered && !(hashslot->filter & vel_hash_filter_bit(hash))))
+        return nullptr;
 
+    vel_listlink *link = hashslot->head;
     while (link && !Kind::matches(velhash, Kind::item(velhash, link), key))
         link = static_cast<vel_listlink *>(link->next);
     return link;
 }
 
-/* Moves the first item of mainarray over, and ends the resize if that was the last. */
+/* Moves the first item of mainarray over, and ends the resize if that was the last. What comes
+ * next is known, and its item is fetched meanwhile. */
 template <typename Kind>
 static inline void vel_hash_move_one_item(velhash *velhash, velhasharray *targethasharray)
 {
     velhasharray *const mainarray = velhash->mainarray;
-    size_t slot;
-    vel_listlink *const link = vel_hash_array_first(mainarray, mainarray->cursor, &slot);
+    size_t slot = mainarray->cursor;
+    vel_listlink *const link = vel_hash_array_first(mainarray, slot, &slot);
 
-    mainarray->cursor = slot;
     if (link) {
         const size_t hash = Kind::take_first(velhash, slot, link);
-        vel_hash_array_link(targethasharray, vel_hash_array_slot(targethasharray, hash), link);
+        __builtin_prefetch(vel_hash_array_first(mainarray, slot, &slot));
+        vel_hash_array_link(targethasharray, vel_hash_array_slot(targethasharray, hash), hash,
+                            link);
     }
+    mainarray->cursor = slot;
     vel_hash_check_if_main_empty(velhash);
 }
 
 /* Destroys the item of an array that has the key, if there is one. */
 template <typename Kind>
 static inline void vel_hash_array_drop(velhash *velhash, velhasharray *velhasharray, size_t slot,
-                                       const typename Kind::key &key)
+                                       size_t hash, const typename Kind::key &key)
 {
-    vel_listlink *const link = vel_hash_array_find<Kind>(velhash, velhasharray, slot, key);
+    vel_listlink *const link = vel_hash_array_find<Kind>(velhash, velhasharray, slot, hash, key);
 
     if (!link)
         return;
@@ -171,20 +111,20 @@ static inline void vel_hash_array_drop(velhash *velhash, velhasharray *velhashar
 }
 
 template <typename Kind>
-static inline void vel_hash_add_item(velhash *velhash, void *item, size_t hash)
+static inline void vel_hash_add_item(velhash *velhash, void *item, size_t hash,
+                                     const typename Kind::key &key)
 {
-    const typename Kind::key key = Kind::key_of(velhash, item);
     velhasharray *const mainarray = velhash->mainarray;
     size_t slot = vel_hash_array_slot(mainarray, hash);
 
-    vel_hash_array_drop<Kind>(velhash, mainarray, slot, key);
+    vel_hash_array_drop<Kind>(velhash, mainarray, slot, hash, key);
     velhasharray *const target = vel_hash_target(velhash);
     if (target != mainarray) {
         slot = vel_hash_array_slot(target, hash);
-        vel_hash_array_drop<Kind>(velhash, target, slot, key);
+        vel_hash_array_drop<Kind>(velhash, target, slot, hash, key);
     }
 
-    vel_hash_array_link(target, slot, Kind::link(velhash, item));
+    vel_hash_array_link(target, slot, hash, Kind::link(velhash, item));
     velhash->entries++;
     if (target != mainarray)
         vel_hash_move_one_item<Kind>(velhash, target);
@@ -200,16 +140,16 @@ static inline vel_listlink *vel_hash_lookup_item(velhash *velhash, const typenam
     velhasharray *const target = vel_hash_target(velhash);
     velhasharray *const mainarray = velhash->mainarray;
     const size_t targetslot = vel_hash_array_slot(target, hash);
-    vel_listlink *link = vel_hash_array_find<Kind>(velhash, target, targetslot, key);
+    vel_listlink *link = vel_hash_array_find<Kind>(velhash, target, targetslot, hash, key);
 
     if (link || target == mainarray)
         return link;
     const size_t mainslot = vel_hash_array_slot(mainarray, hash);
-    link = vel_hash_array_find<Kind>(velhash, mainarray, mainslot, key);
+    link = vel_hash_array_find<Kind>(velhash, mainarray, mainslot, hash, key);
     if (!link)
         return nullptr;
     Kind::take_found(velhash, mainslot, link);
-    vel_hash_array_link(target, targetslot, link);
+    vel_hash_array_link(target, targetslot, hash, link);
     vel_hash_check_if_main_empty(velhash);
     return link;
 }

@@ -9,5 +9,6 @@ uint64_t vel_hashfunc_string(const char *string)
 {
     VEL_ASSERT(string != NULL);
 
-    return vel_hashfunc_sized_string(string, strlen(string));
+    const size_t length = strlen(string);
+    return vel_hashfunc_combine(string, length, vel_hashfunc_rest(string, length));
 }

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <cstring>
 
-/* The hash of vel_hashfunc_string for who knows the length as well. It reads eight bytes at once
- * and never more than the string has. */
+/* The parts of vel_hashfunc_string for who knows the length of the string as well. They read eight
+ * bytes at once and never more than the string has. */
 
 /* An unsigned number of the type Number, first byte highest. */
 template <typename Number> static inline uint64_t vel_hashfunc_load(const char *bytes)
@@ -45,13 +45,14 @@ static inline uint64_t vel_hashfunc_rest(const char *string, size_t length)
     return static_cast<unsigned char>(*start);
 }
 
-static inline uint64_t vel_hashfunc_sized_string(const char *string, size_t length)
+/* rest is what vel_hashfunc_rest gives. */
+static inline uint64_t vel_hashfunc_combine(const char *string, size_t length, uint64_t rest)
 {
     uint64_t hash = 0;
 
     for (size_t position = 0; position + 8 <= length; position += 8)
         hash = vel_hashfunc_load<uint64_t>(string + position) ^ std::rotl(hash, 5);
-    return vel_hashfunc_rest(string, length) ^ std::rotl(hash, 5);
+    return rest ^ std::rotl(hash, 5);
 }
 
 #endif

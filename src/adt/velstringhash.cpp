@@ -1,6 +1,7 @@
 #include <vellib/velstringhash.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 #include <vellib/velmalloc.h>
@@ -17,23 +18,49 @@ struct velstringhash {
     void *context;
 };
 
-/* One block of memory. The hash is compared first, so that a key is hardly ever looked at in
- * vain. */
+/* One block of memory. The hash is compared first, so that a key is hardly ever looked at in vain.
+ * The key is filled up with NUL, one at least, to whole groups of eight bytes. */
 struct velstringhashitem {
     vel_listlink link;
     void *value; /* the host's */
     size_t hash; /* of the key */
-    char key[];  /* with its terminator */
+    char key[];
 };
+static_assert(offsetof(velstringhashitem, key) % 8 == 0);
 
+/* A key that is searched for or added. */
 struct vel_stringhash_key {
     const char *string;
+    size_t length;
+    uint64_t lastgroup; /* what the key has behind its last whole group, filled up with NUL */
     size_t hash;
 };
+
+static inline vel_stringhash_key vel_stringhash_make_key(const char *string)
+{
+    const size_t length = strlen(string);
+    const uint64_t rest = vel_hashfunc_rest(string, length);
+
+    return {string, length, rest << 8 * (7 - length % 8) << 8,
+            vel_hashfunc_combine(string, length, rest)};
+}
+
+/* Each group is known to be there before it is read, since those before it had no NUL. */
+static inline bool vel_stringhash_same_key(const velstringhashitem *item,
+                                           const vel_stringhash_key &key)
+{
+    size_t position = 0;
+
+    for (; position + 8 <= key.length; position += 8)
+        if (memcmp(item->key + position, key.string + position, 8) != 0)
+            return false;
+    return vel_hashfunc_load<uint64_t>(item->key + position) == key.lastgroup;
+}
 
 /* Items of a string hash, known through and through. */
 struct vel_stringhash_kind {
     using key = vel_stringhash_key;
+    static constexpr bool filtered = true;
 
     static velstringhashitem *item(const velhash *, vel_listlink *link)
     {
@@ -46,15 +73,9 @@ struct vel_stringhash_kind {
         return &static_cast<velstringhashitem *>(item)->link;
     }
 
-    static key key_of(const velhash *, const void *item)
-    {
-        const auto *const stringhashitem = static_cast<const velstringhashitem *>(item);
-        return {stringhashitem->key, stringhashitem->hash};
-    }
-
     static bool matches(const velhash *, const velstringhashitem *item, const key &key)
     {
-        return item->hash == key.hash && strcmp(item->key, key.string) == 0;
+        return item->hash == key.hash && vel_stringhash_same_key(item, key);
     }
 
     static size_t take_first(velhash *velhash, size_t slot, vel_listlink *link)
@@ -146,9 +167,20 @@ void vel_stringhash_clear(velstringhash *velstringhash)
 
 /* ---- Entries ---- */
 
-static inline vel_stringhash_key vel_stringhash_make_key(const char *key)
+/* Creates an item, or returns NULL. */
+static velstringhashitem *vel_stringhash_create_item(const vel_stringhash_key &key, void *value)
 {
-    return {key, vel_hashfunc_sized_string(key, strlen(key))};
+    const size_t lastgroup = key.length / 8 * 8;
+
+    auto *const item =
+        static_cast<velstringhashitem *>(vel_malloc(sizeof(velstringhashitem) + lastgroup + 8));
+    if (!item)
+        return nullptr;
+    item->value = value;
+    item->hash = key.hash;
+    memset(item->key + lastgroup, 0, 8);
+    memcpy(item->key, key.string, key.length);
+    return item;
 }
 
 int vel_stringhash_add(velstringhash *velstringhash, const char *key, void *value)
@@ -156,15 +188,11 @@ int vel_stringhash_add(velstringhash *velstringhash, const char *key, void *valu
     VEL_ASSERT(velstringhash != NULL);
     VEL_ASSERT(key != NULL);
 
-    const size_t keylen = strlen(key);
-    auto *const item =
-        static_cast<velstringhashitem *>(vel_malloc(sizeof(velstringhashitem) + keylen + 1));
+    const vel_stringhash_key newkey = vel_stringhash_make_key(key);
+    velstringhashitem *const item = vel_stringhash_create_item(newkey, value);
     if (!item)
         return -1;
-    item->value = value;
-    item->hash = vel_hashfunc_sized_string(key, keylen);
-    memcpy(item->key, key, keylen + 1);
-    vel_hash_add_item<vel_stringhash_kind>(velstringhash->hash, item, item->hash);
+    vel_hash_add_item<vel_stringhash_kind>(velstringhash->hash, item, newkey.hash, newkey);
     return 0;
 }
 
@@ -175,12 +203,13 @@ static velstringhashitem *vel_stringhash_take(velhash *velhash, const vel_string
     velhasharray *const target = vel_hash_target(velhash);
     velhasharray *velhasharray = target;
     size_t slot = vel_hash_array_slot(velhasharray, key.hash);
-    vel_listlink *link = vel_hash_array_find<vel_stringhash_kind>(velhash, velhasharray, slot, key);
+    vel_listlink *link =
+        vel_hash_array_find<vel_stringhash_kind>(velhash, velhasharray, slot, key.hash, key);
 
     if (!link && target != velhash->mainarray) {
         velhasharray = velhash->mainarray;
         slot = vel_hash_array_slot(velhasharray, key.hash);
-        link = vel_hash_array_find<vel_stringhash_kind>(velhash, velhasharray, slot, key);
+        link = vel_hash_array_find<vel_stringhash_kind>(velhash, velhasharray, slot, key.hash, key);
     }
     if (!link)
         return nullptr;
