@@ -54,9 +54,10 @@ void net_shim::answer(const net_address &address)
     }
 }
 
-void net_shim::resolve_fails(int code, int platformerrno)
+void net_shim::resolve_fails(int code, int platformerrno, bool leaveslist)
 {
     resolves_ = true;
+    leaveslist_ = leaveslist;
     resolvecode_ = code;
     resolveerrno_ = platformerrno;
 }
@@ -129,7 +130,7 @@ bool net_shim::lookup(const char *, const addrinfo *hints, addrinfo **result, in
         return false;
     *codeptr = resolvecode_;
     errno = resolveerrno_;
-    if (resolvecode_ != 0)
+    if (resolvecode_ != 0 && !leaveslist_)
         return true;
     addrinfo **link = result;
     for (const net_address &address : addresses_) {

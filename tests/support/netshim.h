@@ -43,8 +43,9 @@ class net_shim {
     /* Changes how one of them answers. */
     void answer(const net_address &address);
 
-    /* Has every lookup fail with a code of the resolver, and errno. */
-    void resolve_fails(int code, int platformerrno = 0);
+    /* Has every lookup fail with a code of the resolver, and errno. A resolver that leaves a list
+     * all the same contradicts itself. */
+    void resolve_fails(int code, int platformerrno = 0, bool leaveslist = false);
 
     /* Has a call fail, after so many good ones and for so many times. call is the name of a
      * function, or one of "socket AF_INET", "socket AF_INET6", "fcntl F_GETFL", "fcntl F_SETFL". */
@@ -103,6 +104,7 @@ class net_shim {
     bool resolves_ = false;
     int resolvecode_ = 0;
     int resolveerrno_ = 0;
+    bool leaveslist_ = false;
     std::vector<char> sender_;
     std::map<int, std::string> connected_; /* the scripted address of a descriptor */
     std::vector<std::string> connects_;
