@@ -4,9 +4,12 @@
 /* Defines the platform's allocator for the whole program, so that the allocations that the library
  * itself makes can be counted and made to fail. Include this in one source of a program. */
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <dlfcn.h>
+#include <iterator>
+#include <utility>
 #include <vector>
 
 #if defined(__has_feature)
@@ -30,7 +33,8 @@ void *SUPPORT_PLATFORM(calloc)(size_t count, size_t size);
 void *SUPPORT_PLATFORM(realloc)(void *pointer, size_t size);
 }
 
-/* The first allocations come before the sanitizer has set up its shadow memory. */
+/* The first allocations come before the sanitizer has set up its shadow memory. With clang,
+ * no_sanitize leaves the calls at entry and exit that the thread sanitizer wants. */
 #if defined(__clang__)
 #define SUPPORT_UNCHECKED __attribute__((disable_sanitizer_instrumentation))
 #else
@@ -57,10 +61,14 @@ class malloc_watch {
     malloc_watch(const malloc_watch &) = delete;
     malloc_watch &operator=(const malloc_watch &) = delete;
 
-    /* What was asked for so far, in bytes. */
+    /* How many there were so far, and what the first of them asked for, in bytes. */
+    static size_t count()
+    {
+        return count_;
+    }
     static std::vector<size_t> sizes()
     {
-        return std::vector<size_t>(sizes_, sizes_ + count_);
+        return std::vector<size_t>(sizes_, sizes_ + std::min(count_, std::size(sizes_)));
     }
 
     /* Notes an allocation of the given caller; whether it is to fail. */
@@ -72,18 +80,39 @@ class malloc_watch {
         Dl_info info;
         const bool own = dladdr(caller, &info) && strstr(info.dli_fname, "libvellib");
         watching_ = true;
-        if (!own || count_ == sizeof(sizes_) / sizeof(sizes_[0]))
+        if (!own)
             return false;
-        sizes_[count_++] = size;
+        if (count_ < std::size(sizes_))
+            sizes_[count_] = size;
+        count_++;
         return first_ != 0 && count_ >= first_ && count_ <= last_;
     }
 
   private:
+    friend class malloc_pause;
+
     static inline bool watching_;
     static inline size_t first_;
     static inline size_t last_;
     static inline size_t count_;
     static inline size_t sizes_[64];
+};
+
+/* Lets all allocations pass, uncounted, while it lives. */
+class malloc_pause {
+  public:
+    malloc_pause() : watching_(std::exchange(malloc_watch::watching_, false))
+    {
+    }
+    ~malloc_pause()
+    {
+        malloc_watch::watching_ = watching_;
+    }
+    malloc_pause(const malloc_pause &) = delete;
+    malloc_pause &operator=(const malloc_pause &) = delete;
+
+  private:
+    bool watching_;
 };
 
 } // namespace support
