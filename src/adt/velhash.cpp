@@ -35,8 +35,7 @@ struct vel_hash_hostkind {
         return velhash->comparecallback(item, searchitem, velhash->context) == 0;
     }
 
-    static size_t take_first(velhash *velhash, size_t slot, vel_listlink *link);
-    static void take_found(velhash *velhash, size_t slot, vel_listlink *link);
+    static const void *take(velhash *velhash, size_t slot, size_t hash, vel_listlink *link);
 };
 
 /* Takes the item equal to searchitem out of an array, and returns it, or NULL. */
@@ -53,24 +52,12 @@ static void *vel_hash_array_remove_item(velhash *velhash, velhasharray *velhasha
 }
 
 /* The slot in which the item stands is not relied on: its hash has to lead there. */
-size_t vel_hash_hostkind::take_first(velhash *velhash, size_t, vel_listlink *link)
+const void *vel_hash_hostkind::take(velhash *velhash, size_t, size_t hash, vel_listlink *link)
 {
     velhasharray *const mainarray = velhash->mainarray;
-    void *const firstitem = item(velhash, link);
-    const size_t hash = hash_of(velhash, firstitem);
-    const void *const it = vel_hash_array_remove_item(
-        velhash, mainarray, vel_hash_array_slot(mainarray, hash), firstitem);
 
-    VEL_ASSERT(it == firstitem);
-    return hash;
-}
-
-void vel_hash_hostkind::take_found(velhash *velhash, size_t slot, vel_listlink *link)
-{
-    void *const founditem = item(velhash, link);
-    const void *const it = vel_hash_array_remove_item(velhash, velhash->mainarray, slot, founditem);
-
-    VEL_ASSERT(it == founditem);
+    return vel_hash_array_remove_item(velhash, mainarray, vel_hash_array_slot(mainarray, hash),
+                                      item(velhash, link));
 }
 
 /* ---- Resizing ---- */

@@ -59,8 +59,8 @@ static inline void vel_hash_check_if_main_empty(velhash *velhash)
  *   link(velhash, item)               the link in an item
  *   filtered                          whether only items with the hash of a key can match it
  *   matches(velhash, item, key)       whether an item has the key
- *   take_first(velhash, slot, link)   takes the first item out of mainarray, and returns its hash
- *   take_found(velhash, slot, link)   takes an item that a lookup found out of mainarray */
+ *   hash_of(velhash, item)            its hash
+ *   take(velhash, slot, hash, link)   takes an item out of mainarray, and returns the one taken */
 
 template <typename Kind>
 static inline vel_listlink *vel_hash_array_find(const velhash *velhash,
@@ -87,7 +87,11 @@ static inline void vel_hash_move_one_item(velhash *velhash, velhasharray *target
     vel_listlink *const link = vel_hash_array_first(mainarray, slot, &slot);
 
     if (link) {
-        const size_t hash = Kind::take_first(velhash, slot, link);
+        const auto *const firstitem = Kind::item(velhash, link);
+        const size_t hash = Kind::hash_of(velhash, firstitem);
+        const void *const it = Kind::take(velhash, slot, hash, link);
+
+        VEL_ASSERT(it == firstitem);
         __builtin_prefetch(vel_hash_array_first(mainarray, slot, &slot));
         vel_hash_array_link(targethasharray, vel_hash_array_slot(targethasharray, hash), hash,
                             link);
@@ -148,7 +152,9 @@ static inline vel_listlink *vel_hash_lookup_item(velhash *velhash, const typenam
     link = vel_hash_array_find<Kind>(velhash, mainarray, mainslot, hash, key);
     if (!link)
         return nullptr;
-    Kind::take_found(velhash, mainslot, link);
+    const auto *const item = Kind::item(velhash, link);
+    const void *const it = Kind::take(velhash, mainslot, hash, link);
+    VEL_ASSERT(it == item);
     vel_hash_array_link(target, targetslot, hash, link);
     vel_hash_check_if_main_empty(velhash);
     return link;

@@ -78,15 +78,15 @@ struct vel_stringhash_kind {
         return item->hash == key.hash && vel_stringhash_same_key(item, key);
     }
 
-    static size_t take_first(velhash *velhash, size_t slot, vel_listlink *link)
+    static size_t hash_of(const velhash *, const velstringhashitem *item)
     {
-        vel_hash_array_unlink(velhash->mainarray, slot, link);
-        return item(velhash, link)->hash;
+        return item->hash;
     }
 
-    static void take_found(velhash *velhash, size_t slot, vel_listlink *link)
+    static const void *take(velhash *velhash, size_t slot, size_t, vel_listlink *link)
     {
         vel_hash_array_unlink(velhash->mainarray, slot, link);
+        return item(velhash, link);
     }
 };
 
