@@ -55,6 +55,13 @@ std::vector<log_line> log_capture::take()
     return lines;
 }
 
+std::vector<log_line> log_capture::take_from(const std::string &module)
+{
+    std::vector<log_line> lines = take();
+    std::erase_if(lines, [&](const log_line &line) { return !line.module.starts_with(module); });
+    return lines;
+}
+
 void log_capture::clear()
 {
     taken_ = length_;

@@ -30,6 +30,9 @@ class log_capture {
 
     /* The lines since the beginning, or since the last call of take or clear. */
     std::vector<log_line> take();
+
+    /* The same, without those of modules whose names do not begin with this. */
+    std::vector<log_line> take_from(const std::string &module);
     void clear();
 
   private:
