@@ -98,10 +98,17 @@ static int vel_log_to_logfile(vellog *vellog, vel_log_line *line)
     return failed;
 }
 
+/* A threshold lets any number pass that is not above it; the map has no more than the levels. */
+static int vel_log_syslog_priority(const vellog *vellog, int level)
+{
+    const int last = sizeof(vellog->syslogmap) / sizeof(vellog->syslogmap[0]) - 1;
+    return vellog->syslogmap[level < 0 ? 0 : level > last ? last : level] | vellog->syslogfacility;
+}
+
 /* Syslog adds the time, and none of its failures counts. */
 static void vel_log_to_syslog(vellog *vellog, const vel_log_line *line, int level)
 {
-    const int priority = vellog->syslogmap[level] | vellog->syslogfacility;
+    const int priority = vel_log_syslog_priority(vellog, level);
     char *message = vel_strndup(line->string, line->length);
     if (!message) {
         syslog(priority, "not enough memory for logging string");

@@ -80,6 +80,17 @@ TEST_F(VellogSyslog, EveryLevelHasItsPriority)
     EXPECT_EQ(opened, 0) << "the identity is the host's";
 }
 
+/* The map has no entry for these; the nearest level counts. */
+TEST_F(VellogSyslog, LevelOutsideTheMap)
+{
+    vel_log_syslog_set_level(log_, 100);
+    EXPECT_EQ(vel_log_syslog_map(log_, 16, LOG_INFO), 0);
+    EXPECT_EQ(vel_log(log_, -1, "below"), 0);
+    EXPECT_EQ(vel_log(log_, 17, "above"), 0);
+    EXPECT_EQ(lines, (std::vector<syslog_line>{{LOG_USER | LOG_DEBUG, "below"},
+                                               {LOG_USER | LOG_INFO, "above"}}));
+}
+
 TEST_F(VellogSyslog, FlagAndThreshold)
 {
     EXPECT_EQ(vel_log(log_, 8, "one"), 0);
