@@ -168,8 +168,9 @@ VEL_API int vel_file_data_load(const char *filename, void **dataptr, size_t *dat
  * data     may be NULL if datalen is 0.
  * datalen  in bytes.
  *
- * Returns 0, or -1 with errno set. What fails after the data was written is logged, and so is a
- * temporary file that cannot be deleted, which is also the case where it could not be created.
+ * Returns 0, or -1; errno is set, but not for certain for want of memory for a name. Logged are
+ * that want of memory, what fails after the data was written, and a temporary file that cannot be
+ * deleted, which is also the case where it could not be created.
  * Note: nothing is forced to stable storage, so this is about a crash of the program, not of the
  * machine.
  * Note: a save that fails after the rename to ".bak" leaves the old version under that name alone,

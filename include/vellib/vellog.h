@@ -52,7 +52,7 @@ VEL_API int vel_log_init(void);
 /* Does what vel_log_init does and lets several threads log from now on. vel_thread_start calls it;
  * call it yourself before starting a thread by other means. It stays in force until vel_uninit.
  *
- * Returns 0, or -1 if there is not enough memory. */
+ * Returns 0, or -1 if there is not enough memory or the platform has no mutex to give. */
 VEL_API int vel_log_init_threaded(void);
 
 /* Destroys the default log, if there is one, and ends threaded logging; a part of vel_uninit.
