@@ -369,8 +369,10 @@ TEST_F(Velhash, ClearDuringAGrowthLeavesFiveEmptySlots)
     EXPECT_THAT(seen.destroyedkeys, ElementsAre(0, 1, 5, 6, 2, 3, 4)); /* bigger, then main */
     EXPECT_THAT(log.take(), IsEmpty());
     EXPECT_THAT(hash_keys_of(table), IsEmpty());
-    hash_add(table, 0);
-    EXPECT_EQ(hash_state_of(table), (hash_state{1, 5, 0, 0, 0, 0}));
+
+    add_keys(0, 10); /* a growth after that begins from the first slot again */
+    EXPECT_EQ(hash_state_of(table), (hash_state{10, 21, 0, 0, 0, 0}));
+    EXPECT_THAT(hash_keys_of(table), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9));
 }
 
 TEST_F(Velhash, ClearDuringAShrinkLeavesFiveEmptySlots)

@@ -27,7 +27,7 @@ class hash_walk {
             stage_ = (stage_ + 1) % std::size(kStages);
         const bool growing = static_cast<int>(present_.size()) < kStages[stage_];
         const unsigned dice = static_cast<unsigned>(random_() % 100);
-        if (random_() % 50000 == 0)
+        if (random_() % (present_.size() < 12 ? 100 : 50000) == 0)
             return {kClear, 0};
         if (dice < 60)
             return growing ? std::pair{kAdd, absent()} : std::pair{kRemove, present()};
