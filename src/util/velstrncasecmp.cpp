@@ -1,8 +1,7 @@
 #include <vellib/velstrncasecmp.h>
 
-#include <cctype>
-
 #include "util/velassert.h"
+#include "util/velstrcasecmp_internal.h"
 
 int vel_strncasecmp(const char *s1, const char *s2, size_t n)
 {
@@ -10,11 +9,9 @@ int vel_strncasecmp(const char *s1, const char *s2, size_t n)
     VEL_ASSERT(s2 != NULL);
 
     for (; n > 0; n--, s1++, s2++) {
-        const auto c1 = static_cast<signed char>(*s1);
-        const auto c2 = static_cast<signed char>(*s2);
-        /* tolower of glibc gives a negative byte back as the positive one. */
-        const int result =
-            static_cast<signed char>(tolower(c1)) - static_cast<signed char>(tolower(c2));
+        const char c1 = *s1;
+        const char c2 = *s2;
+        const int result = vel_strcasecmp_lower(c1) - vel_strcasecmp_lower(c2);
         if (result != 0)
             return result;
         if (c1 == '\0') {
