@@ -33,8 +33,8 @@ static std::vector<int> backward(const vel_list *list)
 
 static item make_item(int number)
 {
-    item *const dirt = reinterpret_cast<item *>(&number);
-    return {dirt, dirt, number};
+    static item dirt;
+    return {&dirt, &dirt, number};
 }
 
 TEST(Vellist, CreateGivesAnEmptyList)

@@ -33,6 +33,9 @@ void *SUPPORT_PLATFORM(calloc)(size_t count, size_t size);
 void *SUPPORT_PLATFORM(realloc)(void *pointer, size_t size);
 }
 
+/* An inlined copy would take the caller's caller for the caller. */
+#define SUPPORT_OUTLINED __attribute__((noinline))
+
 /* The first allocations come before the sanitizer has set up its shadow memory. With clang,
  * no_sanitize leaves the calls at entry and exit that the thread sanitizer wants. */
 #if defined(__clang__)
@@ -119,21 +122,21 @@ class malloc_pause {
 
 extern "C" {
 
-SUPPORT_UNCHECKED void *malloc(size_t size)
+SUPPORT_OUTLINED SUPPORT_UNCHECKED void *malloc(size_t size)
 {
     if (support::malloc_watch::note(size, __builtin_return_address(0)))
         return nullptr;
     return SUPPORT_PLATFORM(malloc)(size);
 }
 
-SUPPORT_UNCHECKED void *calloc(size_t count, size_t size)
+SUPPORT_OUTLINED SUPPORT_UNCHECKED void *calloc(size_t count, size_t size)
 {
     if (support::malloc_watch::note(count * size, __builtin_return_address(0)))
         return nullptr;
     return SUPPORT_PLATFORM(calloc)(count, size);
 }
 
-SUPPORT_UNCHECKED void *realloc(void *pointer, size_t size)
+SUPPORT_OUTLINED SUPPORT_UNCHECKED void *realloc(void *pointer, size_t size)
 {
     if (support::malloc_watch::note(size, __builtin_return_address(0)))
         return nullptr;

@@ -8,6 +8,7 @@
 
 #include "support/child.h"
 #include "support/platform_malloc.h"
+#include "support/repeat.h"
 #include "support/rows.h"
 #include "support/tempdir.h"
 
@@ -94,11 +95,11 @@ TEST_P(Velmalloc, SecondTimeTheSamePlaceSucceeds)
 {
     const auto result = support::run_child([] {
         setenv("VELMALLOC_FAILMODE", "", 1);
-        for (int turn = 0; turn < 3; turn++) {
-            char *block = static_cast<char *>(GetParam().allocate(static_cast<size_t>(turn) + 1));
-            EXPECT_EQ(block != nullptr, turn > 0);
+        support::repeat_in_place(3, [](int turn) {
+            void *block = GetParam().allocate(static_cast<size_t>(turn) + 1);
+            EXPECT_EQ(block != nullptr, turn > 0) << "the size takes no part";
             vel_free(block);
-        }
+        });
     });
     EXPECT_TRUE(result.completed) << result;
 }
@@ -141,7 +142,7 @@ TEST(VelmallocZero, CallocAndCmallocGiveZeroes)
             static const char zeroes[96] = {};
             if (!strcmp(mode, "failing"))
                 setenv("VELMALLOC_FAILMODE", "", 1);
-            for (int turn = 0; turn < 4; turn++) {
+            support::repeat_in_place(4, [mode](int turn) {
                 void *first = vel_calloc(12, 8);
                 void *second = vel_cmalloc(96);
                 if (first && second) {
@@ -154,7 +155,7 @@ TEST(VelmallocZero, CallocAndCmallocGiveZeroes)
                 }
                 vel_free(first);
                 vel_free(second);
-            }
+            });
         });
         EXPECT_TRUE(result.completed) << mode << result;
     }

@@ -12,6 +12,7 @@
 #include "support/assertion.h"
 #include "support/child.h"
 #include "support/platform_malloc.h"
+#include "support/repeat.h"
 #include "support/rows.h"
 #include "support/tempdir.h"
 
@@ -50,7 +51,7 @@ extern "C" char **backtrace_symbols(void *const *buffer, int size) noexcept
     size_t length = sizeof(char *) * (static_cast<size_t>(size) + 1);
     for (int i = 0; i < size; i++)
         length += frames[static_cast<size_t>(i)].size() + 1;
-    char **symbols = static_cast<char **>(malloc(length));
+    char **symbols = static_cast<char **>(SUPPORT_PLATFORM(malloc)(length));
     char *text = reinterpret_cast<char *>(symbols + size + 1);
     for (int i = 0; i < size; i++) {
         symbols[i] = strcpy(text, frames[static_cast<size_t>(i)].c_str());
@@ -280,17 +281,18 @@ TEST_F(Velmallocfail, NextProcessKnowsTheStack)
 /* With the stacks of this very program. */
 TEST_F(Velmallocfail, RealPlacesAreToldApart)
 {
-    for (int process = 0; process < 3; process++)
+    support::repeat_in_place(3, [this](int process) {
         run([process] {
-            for (int turn = 0; turn < 2; turn++) {
+            support::repeat_in_place(2, [process](int turn) {
                 void *here = vel_malloc(1);
                 void *there = allocate_on_another_path();
                 EXPECT_EQ(here != nullptr, process + turn > 0);
                 EXPECT_EQ(there != nullptr, process + turn > 0);
                 vel_free(here);
                 vel_free(there);
-            }
+            });
         });
+    });
     const std::string file = read_file(kDatabase);
     EXPECT_EQ(std::count(file.begin(), file.end(), '\n'), 2);
     EXPECT_EQ(file.back(), '\n');
@@ -431,7 +433,7 @@ class VelmallocfailShortage : public Velmallocfail, public testing::WithParamInt
 TEST_P(VelmallocfailShortage, WhatWasReadStays)
 {
     write_file(kDatabase, "one\nthree\n");
-    EXPECT_EQ(run([this] {
+    EXPECT_EQ(run([] {
                   {
                       support::malloc_watch watch(GetParam().failing);
                       EXPECT_FALSE(allocate("two"));

@@ -5,7 +5,7 @@
 
 #include <vellib/velmallocfail.h>
 
-#include "support/child.h"
+#include "support/repeat.h"
 
 /* The unwinding generator knows its callers by their names, so these functions of the test take the
  * places of the library's own. */
@@ -16,7 +16,7 @@ char *test_calls_check(void);
 char *test_calls_malloc(void);
 }
 
-static char *trace;
+static char *volatile trace;
 
 __attribute__((noinline)) char *vel_mallocfail_checkfail(void)
 {
@@ -75,12 +75,12 @@ TEST(VelmallocfailUnwind, StartOfTheProgramHasNoLocation)
 TEST(VelmallocfailUnwind, SameStackGivesTheSameText)
 {
     std::string texts[2];
-    for (std::string &text : texts) {
-        char *next = test_calls_check();
-        ASSERT_NE(next, nullptr);
-        text = next;
-        free(next);
-    }
+    support::repeat_in_place(2, [&](int turn) {
+        char *text = test_calls_check();
+        ASSERT_NE(text, nullptr);
+        texts[turn] = text;
+        free(text);
+    });
     EXPECT_EQ(texts[0], texts[1]);
 
     char *other = test_calls_malloc();

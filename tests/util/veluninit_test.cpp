@@ -6,6 +6,7 @@
 #include <vellib/vellib.h>
 
 #include "support/child.h"
+#include "support/repeat.h"
 #include "support/tempdir.h"
 
 static int count_call(const char *, size_t, int, time_t, void *context)
@@ -69,18 +70,18 @@ TEST(Veluninit, ForgetsTheFailureDatabaseButNotItsFile)
     support::temporary_directory directory;
     const auto result = support::run_child([] {
         setenv("VELMALLOC_FAILMODE", "", 1);
-        for (int life = 0; life < 3; life++) {
+        support::repeat_in_place(3, [](int life) {
             void *block = vel_malloc(1);
             EXPECT_EQ(block != nullptr, life > 0) << "known from the file";
             vel_free(block);
             vel_uninit();
-        }
+        });
         std::filesystem::remove("velmallocfail.db");
-        for (int life = 0; life < 2; life++) {
+        support::repeat_in_place(2, [](int turn) {
             void *block = vel_malloc(1);
-            EXPECT_EQ(block != nullptr, life > 0);
+            EXPECT_EQ(block != nullptr, turn > 0);
             vel_free(block);
-        }
+        });
         vel_uninit();
     });
     EXPECT_TRUE(result.completed) << result;
