@@ -14,6 +14,38 @@ using support::write_file;
 
 static const char kDefault[] = "veldefault.log";
 
+/* A stream that says when it is closed, and that can refuse its first bytes. */
+struct cookie {
+    std::string text;
+    int refusals = 0;
+    bool closed = false;
+};
+
+static ssize_t write_cookie(void *context, const char *buffer, size_t size)
+{
+    cookie *const to = static_cast<cookie *>(context);
+    if (to->refusals > 0) {
+        to->refusals--;
+        errno = EIO;
+        return 0;
+    }
+    to->text.append(buffer, size);
+    return static_cast<ssize_t>(size);
+}
+
+static int close_cookie(void *context)
+{
+    static_cast<cookie *>(context)->closed = true;
+    return 0;
+}
+
+static FILE *open_cookie(cookie *to)
+{
+    FILE *const stream = fopencookie(to, "w", {nullptr, write_cookie, nullptr, close_cookie});
+    setvbuf(stream, nullptr, _IONBF, 0);
+    return stream;
+}
+
 /* The log file sink, alone and without time stamps, in an empty directory. */
 class VellogFile : public testing::Test {
   protected:
@@ -32,6 +64,7 @@ class VellogFile : public testing::Test {
 
     support::temporary_directory directory_;
     vellog *log_ = nullptr;
+    cookie cookies_[3]; /* the log closes its stream after the test */
 };
 
 static bool exists(const char *name)
@@ -159,43 +192,11 @@ TEST_F(VellogFile, RecreateThatFailsLeavesNoStream)
     EXPECT_EQ(read_file(kDefault), "three\n");
 }
 
-/* A stream that says when it is closed, and that can refuse its first bytes. */
-struct cookie {
-    std::string text;
-    int refusals = 0;
-    bool closed = false;
-};
-
-static ssize_t write_cookie(void *context, const char *buffer, size_t size)
-{
-    cookie *const to = static_cast<cookie *>(context);
-    if (to->refusals > 0) {
-        to->refusals--;
-        errno = EIO;
-        return 0;
-    }
-    to->text.append(buffer, size);
-    return static_cast<ssize_t>(size);
-}
-
-static int close_cookie(void *context)
-{
-    static_cast<cookie *>(context)->closed = true;
-    return 0;
-}
-
-static FILE *open_cookie(cookie *to)
-{
-    FILE *const stream = fopencookie(to, "w", {nullptr, write_cookie, nullptr, close_cookie});
-    setvbuf(stream, nullptr, _IONBF, 0);
-    return stream;
-}
-
 TEST_F(VellogFile, GivenStreamBelongsToTheLog)
 {
-    cookie first;
-    cookie second;
-    cookie third;
+    cookie &first = cookies_[0];
+    cookie &second = cookies_[1];
+    cookie &third = cookies_[2];
     vel_log_logfile_enable(log_);
     vel_log_logfile_set_filehandle(log_, open_cookie(&first));
     EXPECT_EQ(vel_log_raw(log_, 1, "one"), 0);
@@ -217,7 +218,7 @@ TEST_F(VellogFile, GivenStreamBelongsToTheLog)
 
 TEST_F(VellogFile, RecreateLeavesAGivenStreamForTheName)
 {
-    cookie given;
+    cookie &given = cookies_[0];
     vel_log_logfile_enable(log_);
     vel_log_logfile_set_filehandle(log_, open_cookie(&given));
     EXPECT_EQ(vel_log_logfile_recreate(log_), 0);
@@ -228,7 +229,7 @@ TEST_F(VellogFile, RecreateLeavesAGivenStreamForTheName)
 
 TEST_F(VellogFile, UninitClosesTheStreamOfTheDefaultLog)
 {
-    cookie given;
+    cookie &given = cookies_[0];
     vel_log_logfile_set_filehandle(nullptr, open_cookie(&given));
     vel_log_uninit();
     EXPECT_TRUE(given.closed);
@@ -236,7 +237,7 @@ TEST_F(VellogFile, UninitClosesTheStreamOfTheDefaultLog)
 
 TEST_F(VellogFile, PartThatFailsDoesNotStopTheLine)
 {
-    cookie given;
+    cookie &given = cookies_[0];
     vel_log_logfile_set_filehandle(log_, open_cookie(&given));
     vel_log_logfile_enable(log_);
     vel_log_stdout_enable(log_);
@@ -254,7 +255,7 @@ TEST_F(VellogFile, PartThatFailsDoesNotStopTheLine)
 
 TEST_F(VellogFile, ShortWriteOfTheMessageCounts)
 {
-    cookie given;
+    cookie &given = cookies_[0];
     vel_log_logfile_set_filehandle(log_, open_cookie(&given));
     vel_log_logfile_enable(log_);
     given.refusals = 1;
