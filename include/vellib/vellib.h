@@ -44,6 +44,9 @@
 #include <vellib/velhashfunc.h>
 #include <vellib/velstringhash.h>
 
+/* Documents */
+#include <vellib/veljson.h>
+
 /* Concurrency and time */
 #include <vellib/velcond.h>
 #include <vellib/velrwlock.h>

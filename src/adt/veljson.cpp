@@ -1,0 +1,145 @@
+#include <vellib/veljson.h>
+
+#include <iterator>
+
+#include <vellib/velmalloc.h>
+
+#include "adt/veljson_internal.h"
+#include "util/velassert.h"
+#include "util/vellog_macros.h"
+
+static constexpr const char *vel_json_type_names[] = {
+    "none", "object", "array", "string", "number", "number", "true", "false", "null",
+};
+static_assert(std::size(vel_json_type_names) == VEL_JSON_TYPE_COUNT);
+
+const char *vel_json_type_name(unsigned int nodetype)
+{
+    return nodetype < VEL_JSON_TYPE_COUNT ? vel_json_type_names[nodetype] : "unknown";
+}
+
+/* ---- Nodes ---- */
+
+/* While its object is being destroyed, and has no type, a key node is only put aside there: else the
+ * stack would grow with each level of the document. */
+static void vel_json_node_hash_destroy_cb(void *item, void *context)
+{
+    VEL_ASSERT(item != NULL);
+    VEL_ASSERT(context != NULL);
+
+    auto *const keynode = static_cast<veljsonnode *>(item);
+    auto *const objectnode = static_cast<veljsonnode *>(context);
+    if (objectnode->nodetype == VEL_JSON_TYPE_NONE)
+        vel_json_array_append(objectnode, keynode);
+    else
+        vel_json_node_destroy(keynode);
+}
+
+velstringhash *vel_json_node_hash_create(veljsonnode *objectnode)
+{
+    velstringhash *const hash = vel_stringhash_create(vel_json_node_hash_destroy_cb, objectnode);
+
+    if (!hash)
+        VEL_LOG(7, "not enough memory for hashtable");
+    return hash;
+}
+
+veljsonnode *vel_json_node_create(unsigned int nodetype)
+{
+    VEL_ASSERT(nodetype > VEL_JSON_TYPE_NONE);
+    VEL_ASSERT(nodetype < VEL_JSON_TYPE_COUNT);
+
+    auto *const node = static_cast<veljsonnode *>(vel_cmalloc(sizeof(veljsonnode)));
+    if (!node) {
+        VEL_LOG(7, "not enough memory for JSON node");
+        return nullptr;
+    }
+    node->nodetype = nodetype;
+    if (nodetype != VEL_JSON_TYPE_OBJECT)
+        return node;
+
+    node->hash = vel_json_node_hash_create(node);
+    if (!node->hash) {
+        vel_free(node);
+        return nullptr;
+    }
+    return node;
+}
+
+/* Takes what a node holds out of it, and releases what is not a node. Returns the nodes, as a chain
+ * by next whose last one is written to tailptr. */
+static veljsonnode *vel_json_node_take_contents(veljsonnode *node, veljsonnode **tailptr)
+{
+    const uint32_t nodetype = node->nodetype;
+
+    if (nodetype == VEL_JSON_TYPE_OBJECT) {
+        node->nodetype = VEL_JSON_TYPE_NONE;
+        vel_stringhash_destroy(node->hash);
+    }
+    if (nodetype == VEL_JSON_TYPE_STRING) {
+        vel_free(node->value.string);
+        *tailptr = node->children; /* the one value of a key node */
+    } else {
+        *tailptr = node->value.tail;
+    }
+    return node->children;
+}
+
+void vel_json_node_destroy(veljsonnode *veljsonnode)
+{
+    VEL_ASSERT(veljsonnode != NULL);
+
+    /* What a node holds goes before the nodes that are still waiting. */
+    struct veljsonnode *waiting = veljsonnode;
+    while (waiting) {
+        struct veljsonnode *const node = waiting, *tail;
+        struct veljsonnode *const contents = vel_json_node_take_contents(node, &tail);
+
+        waiting = node->next;
+        if (contents) {
+            tail->next = waiting;
+            waiting = contents;
+        }
+        vel_free(node);
+    }
+}
+
+void vel_json_node_clear(veljsonnode *node)
+{
+    VEL_ASSERT(node != NULL);
+
+    veljsonnode *tail;
+    veljsonnode *const contents = vel_json_node_take_contents(node, &tail);
+    veljsonnode *const next = node->next;
+
+    *node = {};
+    node->next = next;
+    if (contents)
+        vel_json_node_destroy(contents);
+}
+
+/* ---- Documents ---- */
+
+veljson *vel_json_create()
+{
+    auto *const veljson = static_cast<struct veljson *>(vel_cmalloc(sizeof(struct veljson)));
+
+    if (!veljson)
+        VEL_LOG(7, "not enough memory for veljson context");
+    return veljson;
+}
+
+void vel_json_clear(veljson *veljson)
+{
+    if (veljson->root)
+        vel_json_node_destroy(veljson->root);
+    veljson->root = nullptr;
+}
+
+void vel_json_destroy(veljson *veljson)
+{
+    VEL_ASSERT(veljson != NULL);
+
+    vel_json_clear(veljson);
+    vel_free(veljson);
+}

@@ -1,0 +1,302 @@
+/* The parser, by recursive descent: each function begins at pos, on a character that its caller has
+ * seen, and leaves pos behind what it has read. Levels are limited, so recursion is too. */
+#include <cstring>
+
+#include <vellib/velmalloc.h>
+
+#include "adt/veljson_internal.h"
+#include "util/velassert.h"
+#include "util/vellog_macros.h"
+
+static constexpr unsigned int vel_json_parser_maxdepth = 100;
+
+static int vel_json_parser_parse_value(veljsonparser *parser, veljsonnode **nodeptr);
+
+static inline bool vel_json_parser_at_end(const veljsonparser *parser)
+{
+    return parser->pos >= parser->jsonlen;
+}
+
+static inline void vel_json_parser_skip_whitespace(veljsonparser *parser)
+{
+    const char *const json = parser->json;
+    size_t pos = parser->pos;
+
+    /* The terminator ends the loop. */
+    while (json[pos] == ' ' || json[pos] == '\n' || json[pos] == '\r' || json[pos] == '\t')
+        pos++;
+    parser->pos = pos;
+}
+
+/* ---- Objects ---- */
+
+/* Reads the colon and the value behind a key, and adds the key node to the object. */
+static int vel_json_parser_parse_pair_value(veljsonparser *parser, const veljsonnode *objectnode,
+                                            veljsonnode *veljsonnode)
+{
+    vel_json_parser_skip_whitespace(parser);
+    if (vel_json_parser_at_end(parser)) {
+        VEL_LOG(6, "got end-of-data in an object when expecting a colon");
+        return -1;
+    }
+    if (parser->json[parser->pos] != ':') {
+        VEL_LOG(6, "expecting a colon, got '%c'", parser->json[parser->pos]);
+        return -1;
+    }
+    parser->pos++;
+    vel_json_parser_skip_whitespace(parser);
+    if (vel_json_parser_at_end(parser)) {
+        VEL_LOG(6, "got end-of-data in an object when expecting a value for a key");
+        return -1;
+    }
+    if (vel_json_parser_parse_value(parser, &veljsonnode->children) < 0) {
+        VEL_LOG(13, "unable to parse a value for a key");
+        return -1;
+    }
+
+    VEL_ASSERT(veljsonnode->nodetype == VEL_JSON_TYPE_STRING);
+    if (vel_stringhash_add(objectnode->hash, veljsonnode->value.string, veljsonnode) < 0) {
+        VEL_LOG(7, "not enough memory to add a value to the hashtable");
+        return -1;
+    }
+    return 0;
+}
+
+static int vel_json_parser_parse_pair(veljsonparser *parser, const veljsonnode *objectnode)
+{
+    veljsonnode *keynode = nullptr;
+    int result = vel_json_parser_parse_string(parser, &keynode);
+
+    if (result < 0)
+        VEL_LOG(6, "expecting a string for a key");
+    else
+        result = vel_json_parser_parse_pair_value(parser, objectnode, keynode);
+    if (result < 0 && keynode)
+        vel_json_node_destroy(keynode);
+    return result;
+}
+
+/* Reads members up to the closing brace. Once there was one, the end of the data is as good. */
+static int vel_json_parser_parse_members(veljsonparser *parser, const veljsonnode *objectnode)
+{
+    int result = -1;
+
+    while (!vel_json_parser_at_end(parser)) {
+        char ch = parser->json[parser->pos];
+        if (ch == '}') {
+            parser->pos++;
+            return 0;
+        }
+        if (ch != '"') {
+            VEL_LOG(6, "unexpected character '%c', expecting a string or '}'", ch);
+            return -1;
+        }
+        result = vel_json_parser_parse_pair(parser, objectnode);
+        if (result < 0 || vel_json_parser_at_end(parser))
+            return result;
+
+        ch = parser->json[parser->pos];
+        if (ch != ',' && ch != '}') {
+            VEL_LOG(6, "expecting ',' or '}' but got '%c'", ch);
+            return -1;
+        }
+        parser->pos++;
+        if (ch == '}')
+            return 0;
+        vel_json_parser_skip_whitespace(parser);
+    }
+    return result;
+}
+
+static int vel_json_parser_parse_object(veljsonparser *parser, veljsonnode **nodeptr)
+{
+    const char ch = parser->json[parser->pos];
+    VEL_ASSERT(ch == '{');
+
+    veljsonnode *const objectnode = vel_json_node_create(VEL_JSON_TYPE_OBJECT);
+    if (!objectnode)
+        return -1;
+    *nodeptr = objectnode;
+    parser->pos++;
+    vel_json_parser_skip_whitespace(parser);
+
+    const int result = vel_json_parser_parse_members(parser, objectnode);
+    if (result < 0 && vel_json_parser_at_end(parser))
+        VEL_LOG(6, "got end-of-data in the middle of an object");
+    return result;
+}
+
+/* ---- Arrays ---- */
+
+static int vel_json_parser_parse_elements(veljsonparser *parser, veljsonnode *arraynode)
+{
+    while (!vel_json_parser_at_end(parser)) {
+        if (parser->json[parser->pos] == ']') {
+            parser->pos++;
+            return 0;
+        }
+        veljsonnode *element = nullptr;
+        const int result = vel_json_parser_parse_value(parser, &element);
+        if (element)
+            vel_json_array_append(arraynode, element);
+        if (result < 0) {
+            VEL_LOG(13, "unable to parse an array element");
+            return -1;
+        }
+        if (vel_json_parser_at_end(parser))
+            return -1;
+
+        const char ch = parser->json[parser->pos];
+        if (ch != ',' && ch != ']') {
+            VEL_LOG(6, "expecting ',' or ']' but got '%c'", ch);
+            return -1;
+        }
+        parser->pos++;
+        if (ch == ']')
+            return 0;
+        vel_json_parser_skip_whitespace(parser);
+    }
+    return -1;
+}
+
+static int vel_json_parser_parse_array(veljsonparser *parser, veljsonnode **nodeptr)
+{
+    const char ch = parser->json[parser->pos];
+    VEL_ASSERT(ch == '[');
+
+    veljsonnode *const arraynode = vel_json_node_create(VEL_JSON_TYPE_ARRAY);
+    if (!arraynode)
+        return -1;
+    *nodeptr = arraynode;
+    parser->pos++;
+    vel_json_parser_skip_whitespace(parser);
+
+    const int result = vel_json_parser_parse_elements(parser, arraynode);
+    if (result < 0 && vel_json_parser_at_end(parser))
+        VEL_LOG(6, "got end-of-data in the middle of an array");
+    return result;
+}
+
+/* ---- Values ---- */
+
+/* The node is the caller's also on failure, when it may be half-built. */
+static int vel_json_parser_parse_object_or_array(veljsonparser *parser, veljsonnode **nodeptr)
+{
+    int result = -1;
+
+    parser->depth++;
+    if (parser->depth >= parser->maxdepth)
+        VEL_LOG(6, "maximum parsing depth %u reached", parser->depth);
+    else if (parser->json[parser->pos] == '{')
+        result = vel_json_parser_parse_object(parser, nodeptr);
+    else
+        result = vel_json_parser_parse_array(parser, nodeptr);
+    VEL_ASSERT(parser->depth > 0);
+    parser->depth--;
+    return result;
+}
+
+static int vel_json_parser_parse_keyword(veljsonparser *parser, veljsonnode **nodeptr,
+                                         const char *word, unsigned int nodetype)
+{
+    const size_t length = strlen(word);
+
+    if (parser->jsonlen - parser->pos < length ||
+        strncmp(parser->json + parser->pos, word, length) != 0)
+        return -1;
+    *nodeptr = vel_json_node_create(nodetype);
+    if (!*nodeptr) {
+        VEL_LOG(7, "not enough memory for node '%s'", word);
+        return -1;
+    }
+    parser->pos += length;
+    return 0;
+}
+
+static int vel_json_parser_parse_value_by_type(veljsonparser *parser, veljsonnode **nodeptr)
+{
+    const char ch = parser->json[parser->pos];
+
+    switch (ch) {
+    case '"':
+        return vel_json_parser_parse_string(parser, nodeptr);
+    case '-':
+    case '0' ... '9':
+        return vel_json_parser_parse_number(parser, nodeptr);
+    case '{':
+    case '[':
+        return vel_json_parser_parse_object_or_array(parser, nodeptr);
+    case 't':
+        return vel_json_parser_parse_keyword(parser, nodeptr, "true", VEL_JSON_TYPE_TRUE);
+    case 'f':
+        return vel_json_parser_parse_keyword(parser, nodeptr, "false", VEL_JSON_TYPE_FALSE);
+    case 'n':
+        return vel_json_parser_parse_keyword(parser, nodeptr, "null", VEL_JSON_TYPE_NULL);
+    default:
+        VEL_LOG(6, "unimplemented '%c'", ch);
+        return -1;
+    }
+}
+
+/* Also skips the white space behind the value. */
+static int vel_json_parser_parse_value(veljsonparser *parser, veljsonnode **nodeptr)
+{
+    const int result = vel_json_parser_parse_value_by_type(parser, nodeptr);
+
+    if (result == 0)
+        vel_json_parser_skip_whitespace(parser);
+    return result;
+}
+
+/* ---- Documents ---- */
+
+static int vel_json_parser_parse(veljsonparser *parser)
+{
+    VEL_ASSERT(parser != NULL);
+    VEL_ASSERT(parser->json != NULL);
+    VEL_ASSERT(parser->veljson != NULL);
+    VEL_ASSERT(parser->veljson->root == NULL);
+
+    vel_json_parser_skip_whitespace(parser);
+    if (vel_json_parser_at_end(parser)) {
+        VEL_LOG(6, "expecting JSON but got an empty string");
+        return -1;
+    }
+    const char ch = parser->json[parser->pos];
+    if (ch != '{' && ch != '[') {
+        VEL_LOG(6, "expecting '{' or '[' but got '%c'", ch);
+        return -1;
+    }
+    if (vel_json_parser_parse_object_or_array(parser, &parser->veljson->root) < 0)
+        return -1;
+
+    vel_json_parser_skip_whitespace(parser);
+    if (!vel_json_parser_at_end(parser)) {
+        VEL_LOG(6, "expected end-of-data but got '%c'", parser->json[parser->pos]);
+        return -1;
+    }
+    return 0;
+}
+
+int vel_json_parse(veljson *veljson, const char *json)
+{
+    VEL_ASSERT(veljson != NULL);
+    VEL_ASSERT(json != NULL);
+
+    vel_json_clear(veljson);
+    auto *const parser = static_cast<veljsonparser *>(vel_cmalloc(sizeof(veljsonparser)));
+    if (!parser) {
+        VEL_LOG(7, "not enough memory for JSON parser context");
+        return -1;
+    }
+    parser->veljson = veljson;
+    parser->json = json;
+    parser->jsonlen = strlen(json);
+    parser->maxdepth = vel_json_parser_maxdepth;
+
+    const int result = vel_json_parser_parse(parser);
+    if (result < 0)
+        vel_json_clear(veljson);
+    vel_free(parser);
+    return result;
+}
