@@ -12,8 +12,8 @@
 constexpr size_t kVelHttpLiteBufferSize = 4096;
 
 /* What one read of body data asks for, and the room there is. A large body then costs a system
- * call for every 16 pieces; each piece is handed on as if it had been read by itself. */
-constexpr size_t kVelHttpLiteReadSize = 16 * kVelHttpLiteBufferSize;
+ * call for every 8 pieces; each piece is handed on as if it had been read by itself. */
+constexpr size_t kVelHttpLiteReadSize = 8 * kVelHttpLiteBufferSize;
 
 /* The record of the backend. */
 struct velhttplite {
