@@ -23,7 +23,8 @@ enum {
     LINE_SIZE = 8192,      /* the longest line of a request, in bytes */
     HEADER_LINES = 100,    /* the most headers of a request */
     REQUEST_SECONDS = 10,  /* for a request to arrive, as a whole */
-    WRITE_SECONDS = 10,    /* for each wait until the peer takes more of an answer */
+    WRITE_SECONDS = 10,    /* for the peer to take some more of an answer */
+    WAIT_SECONDS = 1,      /* for each wait within these, so that the end is noticed */
     PIECE_SIZE = 64 * 1024 /* of a file that is sent */
 };
 
@@ -139,6 +140,23 @@ static const char *type_of(const char *name)
     return "application/octet-stream";
 }
 
+/* Sends bytes, until the peer has taken none of them for too long or the program shall end. Returns
+ * how many it has taken. */
+static size_t send_bytes(struct request *request, const char *bytes, size_t count)
+{
+    size_t sent = 0;
+    int waits = 0;
+    while (sent < count && waits < WRITE_SECONDS / WAIT_SECONDS) {
+        size_t written = vel_handle_write(request->handle, bytes + sent, count - sent);
+        sent += written;
+        waits = written > 0 ? 0 : waits + 1;
+        if (sent < count && (vel_handle_get_error(request->handle) != VEL_ERROR_TIMED_OUT ||
+                             is_stopping(request->site)))
+            break; /* the handle has logged why, unless the peer was just too slow */
+    }
+    return sent;
+}
+
 /* Sends the status line and the headers. extra is further headers, each with its line end.
  * Returns whether a body shall follow. */
 static int send_head(struct request *request, const char *status, const char *extra,
@@ -151,7 +169,7 @@ static int send_head(struct request *request, const char *status, const char *ex
     if (!head)
         return 0;
     size_t count = strlen(head);
-    int written = vel_handle_write(request->handle, head, count) == count;
+    int written = send_bytes(request, head, count) == count;
     vel_free(head);
     return written && strcmp(request->method, "HEAD") != 0;
 }
@@ -161,7 +179,7 @@ static void send_page(struct request *request, const char *status, const char *e
 {
     size_t length = strlen(page);
     if (send_head(request, status, extra, "text/html; charset=utf-8", (long long)length))
-        request->sent = (long long)vel_handle_write(request->handle, page, length);
+        request->sent = (long long)send_bytes(request, page, length);
 }
 
 static void send_status(struct request *request, const char *status, const char *extra)
@@ -191,10 +209,10 @@ static void send_file(struct request *request, const char *path)
             ssize_t count = read(file, piece, left < PIECE_SIZE ? (size_t)left : sizeof piece);
             if (count <= 0)
                 break;
-            size_t written = vel_handle_write(request->handle, piece, (size_t)count);
-            request->sent += (long long)written;
-            if (written < (size_t)count)
-                break; /* the handle has logged why, unless the peer was just too slow */
+            size_t sent = send_bytes(request, piece, (size_t)count);
+            request->sent += (long long)sent;
+            if (sent < (size_t)count)
+                break;
         }
     }
     if (file >= 0)
@@ -358,36 +376,26 @@ static void answer(struct request *request)
     free(resolved);
 }
 
-/* Waits for the first byte of a request, within the time left and until the program shall end:
- * a browser may open connections that it never uses. Returns whether it has come. */
-static int wait_for_request(struct request *request, veltimeout *timeout)
-{
-    vel_handle_set_read_timeout(request->handle, 1, 0);
-    while (vel_handle_read(request->handle, request->line, 1) == 0) {
-        if (vel_handle_get_error(request->handle) != VEL_ERROR_TIMED_OUT ||
-            vel_timeout_check(timeout, NULL, NULL) != 0 || is_stopping(request->site))
-            return 0;
-    }
-    return 1;
-}
-
-/* Reads a line, within the time left for the request. A peer that sends a byte now and then cannot
- * draw it out: the limit of the handle is for a whole line, and shrinks from line to line.
+/* Reads a line, within the time left for the request and until the program shall end. A peer that
+ * sends a byte now and then cannot draw it out: the limit of a handle is for a whole line.
  * Returns the length without the line end, -1 if the peer or the time has ended, and -2 if the line
  * does not fit. */
-static int read_line(velhandle *handle, veltimeout *timeout, char *line, size_t room)
+static int read_line(struct request *request, veltimeout *timeout, char *line, size_t room)
 {
-    int seconds;
-    unsigned int microseconds;
-    vel_timeout_check(timeout, &seconds, &microseconds);
-    vel_handle_set_read_timeout(handle, seconds, microseconds);
-    size_t length = vel_handle_read_line(handle, line, room);
-    if (length == 0 || line[length - 1] != '\n')
-        return length == room ? -2 : -1;
-    length--;
-    if (length > 0 && line[length - 1] == '\r')
-        length--;
-    return (int)length;
+    size_t length = 0;
+    do {
+        length += vel_handle_read_line(request->handle, line + length, room - length);
+        if (length > 0 && line[length - 1] == '\n') {
+            length--;
+            if (length > 0 && line[length - 1] == '\r')
+                length--;
+            return (int)length;
+        }
+        if (length == room)
+            return -2;
+    } while (vel_handle_get_error(request->handle) == VEL_ERROR_TIMED_OUT &&
+             vel_timeout_check(timeout, NULL, NULL) == 0 && !is_stopping(request->site));
+    return -1;
 }
 
 /* Takes the request line apart: a method, a target and the version, with a blank between them.
@@ -417,15 +425,14 @@ static const char *parse_line(struct request *request, size_t length)
 static const char *read_request(struct request *request, veltimeout *timeout)
 {
     vel_timeout_set(timeout, REQUEST_SECONDS, 0);
-    if (!wait_for_request(request, timeout))
-        return NO_ANSWER;
-    int length = read_line(request->handle, timeout, request->line + 1, LINE_SIZE - 1);
+    vel_handle_set_read_timeout(request->handle, WAIT_SECONDS, 0);
+    int length = read_line(request, timeout, request->line, LINE_SIZE);
     if (length < 0)
         return length == -2 ? TOO_LONG : NO_ANSWER;
-    const char *status = parse_line(request, (size_t)length + 1);
+    const char *status = parse_line(request, (size_t)length);
     char header[LINE_SIZE];
     for (int lines = 0; length != 0; lines++) {
-        length = read_line(request->handle, timeout, header, sizeof header);
+        length = read_line(request, timeout, header, sizeof header);
         if (length == -1)
             return NO_ANSWER;
         if (length == -2 || lines == HEADER_LINES)
@@ -436,12 +443,14 @@ static const char *read_request(struct request *request, veltimeout *timeout)
 
 /* Reads what the peer may still be sending, for a moment: to close with data unread resets the
  * connection, and the peer may lose the answer. */
-static void drain(velhandle *handle)
+static void drain(struct request *request)
 {
     char piece[LINE_SIZE];
-    vel_handle_set_read_timeout(handle, 0, 250000);
-    for (int i = 0; i < 32 && vel_handle_read(handle, piece, sizeof piece) > 0; i++)
-        ;
+    vel_handle_set_read_timeout(request->handle, 0, 250000);
+    for (int i = 0; i < 32 && !is_stopping(request->site); i++) {
+        if (vel_handle_read(request->handle, piece, sizeof piece) == 0)
+            break;
+    }
 }
 
 /* Serves one connection, on its own thread. */
@@ -453,7 +462,7 @@ static void serve(veltcpserver *server, velhandle *handle, void *context)
     veltimeout *timeout = vel_timeout_create();
     if (!timeout)
         return;
-    vel_handle_set_write_timeout(handle, WRITE_SECONDS, 0);
+    vel_handle_set_write_timeout(handle, WAIT_SECONDS, 0);
     const char *status = read_request(&request, timeout);
     vel_timeout_destroy(timeout);
     if (status == NO_ANSWER)
@@ -462,7 +471,7 @@ static void serve(veltcpserver *server, velhandle *handle, void *context)
         answer(&request);
     } else {
         send_status(&request, status, status == BAD_METHOD ? "Allow: GET, HEAD\r\n" : "");
-        drain(handle);
+        drain(&request);
     }
     log_request(&request);
 }
