@@ -12,7 +12,7 @@
 
 #ifdef __cplusplus
 #define VEL_DECLARATIONS_BEGIN extern "C" {
-#define VEL_DECLARATIONS_END }
+#define VEL_DECLARATIONS_END   }
 #else
 #define VEL_DECLARATIONS_BEGIN
 #define VEL_DECLARATIONS_END

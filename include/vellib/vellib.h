@@ -64,11 +64,11 @@
 #include <vellib/veltruncate.h>
 
 /* Transport */
-#include <vellib/velhandle.h>
 #include <vellib/veladdrinfo.h>
-#include <vellib/velsocket.h>
+#include <vellib/velhandle.h>
 #include <vellib/velhandle_tcp.h>
 #include <vellib/velhandle_udp.h>
+#include <vellib/velsocket.h>
 #include <vellib/veltcpserver.h>
 
 /* Encodings */
