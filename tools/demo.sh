@@ -24,6 +24,7 @@ quietly cmake -S examples -B "$work/programs" -G Ninja -DCMAKE_BUILD_TYPE=None -
 quietly cmake --build "$work/programs"
 velfetch=$work/programs/velfetch
 velserve=$work/programs/velserve
+veljson=$work/programs/veljson
 
 if [ $# -gt 0 ]; then
     exec "$velfetch" "$@"
@@ -34,6 +35,8 @@ fetched=$work/fetched
 rm -rf "$site" "$fetched"
 mkdir -p "$site/pictures" "$fetched"
 printf 'Served by velserve, fetched by velfetch.\n' >"$site/hello.txt"
+printf '{"name": "velserve", "ports": [8080, 8081], "motto": {"en": "plain", "de": "schlicht"}}\n' \
+    >"$site/about.json"
 head -c 64M /dev/urandom >"$site/large.bin"
 printf '<!DOCTYPE html><title>Pictures</title><p>No pictures yet.</p>\n' >"$site/pictures/index.html"
 
@@ -79,6 +82,29 @@ have=$(sha256sum <"$fetched/large.bin")
 echo "served  $want"
 echo "fetched $have"
 [ "$want" = "$have" ] || die 'the fetched file differs'
+
+say 'a JSON document: fetched, looked into and changed'
+fetch 0 -o "$fetched/about.json" "$base/about.json"
+# look EXPECTED-OUTPUT ARGUMENT...
+look() {
+    local expected=$1 printed
+    shift
+    echo "\$ veljson $*"
+    printed=$("$veljson" "$@") || die "veljson gave exit code $?"
+    echo "$printed"
+    [ "$printed" = "$expected" ] || die "veljson did not print $expected"
+}
+cd "$fetched"
+look $'motto\nname\nports' --keys about.json
+look 8081 about.json ports '#' 1
+look '[ 8080, 8081, 8082 ]' <("$veljson" --set 8082 about.json ports '#' 2) ports
+look schlicht --raw about.json motto de
+cd "$root"
+say 'a document cut short: the reason, and exit code 1'
+code=0
+printf '{"name": "vel' | "$veljson" || code=$?
+[ "$code" -eq 1 ] || die "veljson gave exit code $code, not 1"
+
 
 say 'stopping the server with SIGTERM'
 kill -TERM "$server"

@@ -1,0 +1,398 @@
+/* veljson: reads a JSON document, and prints it or what a path leads to, or changes that.
+ *
+ * A host program of vellib: documents parsed, walked, built and written, and the library's own
+ * reason shown where it refuses a text. */
+#define _XOPEN_SOURCE 700
+
+#include <errno.h>
+#include <getopt.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+
+#include <vellib/vellib.h>
+
+enum { FAILED_DOCUMENT = 1, FAILED_PATH = 2, FAILED_USAGE = 3, FAILED_OTHER = 4 };
+
+static const char usage[] =
+    "usage: veljson [OPTION]... [FILE] [PATH...]\n"
+    "Prints a JSON document, or the value that a path leads to, on one line.\n"
+    "\n"
+    "FILE is standard input if it is left out or \"-\". A path is a list of keys of objects and,\n"
+    "for elements of arrays, of \"#\" followed by the index, from 0 on. (Shells want the \"#\" in\n"
+    "quotes.)\n"
+    "\n"
+    "  -s, --set VALUE  put VALUE where the path leads, and print the document; a missing last\n"
+    "                   key, or an index just behind the end, is added. VALUE is JSON, or else\n"
+    "                   taken for a string\n"
+    "  -t, --type       print what the value is: object, array, string, number, true, false, null\n"
+    "  -k, --keys       print the keys of the object, sorted, one a line\n"
+    "  -r, --raw        print a string as it is, without quotes\n"
+    "      --help, --version\n"
+    "\n"
+    "Members are printed in no particular order, and fractions with six digits.\n"
+    "\n"
+    "Exit codes: 0 printed; 1 the document cannot be read; 2 the path leads nowhere, or not to an\n"
+    "object for --keys; 3 usage; 4 out of memory or not written.\n";
+
+struct job {
+    const char *filename;
+    char **path; /* the items, up to a NULL */
+    const char *value;
+    int type, keys, raw;
+    veljson *document;
+    char reason[200]; /* the first line in which the library said what is wrong */
+};
+
+static int fail(int code, const char *subject, const char *reason)
+{
+    fprintf(stderr, "veljson: %s%s%s\n", subject, *subject ? ": " : "", reason);
+    return code;
+}
+
+static int fail_memory(void)
+{
+    return fail(FAILED_OTHER, "", vel_error_string(VEL_ERROR_NO_MEMORY));
+}
+
+/* Keeps the first line of those that say what is wrong; the others only say where that came up. */
+static int on_log(const char *string, size_t length, int level, time_t when, void *context)
+{
+    struct job *job = context;
+
+    (void)level;
+    (void)when;
+    if (!job->reason[0])
+        snprintf(job->reason, sizeof(job->reason), "%.*s", (int)length, string);
+    return 0;
+}
+
+/* ---- reading --------------------------------------------------------------------------------- */
+
+/* The whole of a stream as a string, or NULL with errno set; text behind a zero byte is lost. */
+static char *read_stream(FILE *stream)
+{
+    size_t size = 65536, length = 0, count;
+    char *text = vel_malloc(size);
+
+    while (text && (count = vel_file_read(stream, text + length, size - length - 1)) > 0) {
+        length += count;
+        if (size - length == 1) {
+            char *grown = vel_realloc(text, size *= 2);
+            if (!grown)
+                vel_free(text);
+            text = grown;
+        }
+    }
+    if (!text) {
+        errno = ENOMEM;
+        return NULL;
+    }
+    if (vel_file_ferror(stream)) {
+        vel_free(text);
+        return NULL;
+    }
+    text[length] = '\0';
+    return text;
+}
+
+static char *read_file(const char *filename)
+{
+    if (strcmp(filename, "-") == 0)
+        return read_stream(vel_file_get_stdin());
+
+    FILE *file = vel_file_open_binary(filename);
+    if (!file)
+        return NULL;
+    char *text = read_stream(file);
+    int readerrno = errno;
+    vel_file_close(file);
+    errno = readerrno;
+    return text;
+}
+
+static int read_document(struct job *job)
+{
+    const char *shown = strcmp(job->filename, "-") == 0 ? "standard input" : job->filename;
+    char *text = read_file(job->filename);
+
+    if (!text)
+        return fail(FAILED_DOCUMENT, shown, strerror(errno));
+    int result = vel_json_parse(job->document, text);
+    vel_free(text);
+    return result == 0 ? 0 : fail(FAILED_DOCUMENT, shown, job->reason);
+}
+
+/* ---- walking --------------------------------------------------------------------------------- */
+
+/* Whether an item of a path begins an index; then the number is stored. */
+static int is_index(char **path, unsigned long *index)
+{
+    char *end;
+
+    if (strcmp(path[0], "#") != 0 || !path[1] || path[1][0] < '0' || path[1][0] > '9')
+        return 0;
+    *index = strtoul(path[1], &end, 10);
+    return *end == '\0';
+}
+
+/* Goes one key or index down from a node. Returns how many items of the path that took, or 0. */
+static int step(struct job *job, char **path, veljsonnode **node)
+{
+    unsigned long index;
+    veljsonnode *found;
+
+    if (is_index(path, &index)) {
+        if (vel_json_node_fetch_node(job->document, *node, &found, "#", index, (char *)NULL) != 0)
+            return 0;
+        *node = found;
+        return 2;
+    }
+    if (strcmp(path[0], "#") == 0 ||
+        vel_json_node_fetch_node(job->document, *node, &found, path[0], (char *)NULL) != 0)
+        return 0;
+    *node = found;
+    return 1;
+}
+
+/* Adds what the last step of a path leads to, if only that is missing. */
+static veljsonnode *add(struct job *job, char **path, veljsonnode *node)
+{
+    unsigned long index;
+    veljsonnode *last;
+
+    if (is_index(path, &index) && !path[2] && vel_json_is_array(job->document, node) &&
+        (index == 0 ||
+         vel_json_node_fetch_node(job->document, node, &last, "#", index - 1, (char *)NULL) == 0))
+        return vel_json_node_array_add(job->document, node);
+    if (strcmp(path[0], "#") != 0 && !path[1] && vel_json_is_object(job->document, node))
+        return vel_json_node_object_add(job->document, node, path[0]);
+    return NULL;
+}
+
+/* Finds what the path leads to. */
+static int walk(struct job *job, veljsonnode **node)
+{
+    char **path = job->path;
+
+    *node = NULL;
+    vel_json_fetch_node(job->document, node, (char *)NULL);
+    while (*path) {
+        int taken = step(job, path, node);
+        if (taken == 0) {
+            *node = job->value ? add(job, path, *node) : NULL;
+            return *node ? 0 : fail(FAILED_PATH, *path, "the path leads nowhere");
+        }
+        path += taken;
+    }
+    return 0;
+}
+
+/* ---- printing -------------------------------------------------------------------------------- */
+
+static int print(veljson *document)
+{
+    char *text = vel_json_output(document);
+
+    if (!text)
+        return fail_memory();
+    puts(text);
+    vel_free(text);
+    return 0;
+}
+
+/* A document writes itself as a whole; so a part of one is copied into another. */
+static int print_node(struct job *job, veljsonnode *node)
+{
+    veljson *part = vel_json_create();
+    veljsonnode *root;
+    int code = FAILED_OTHER;
+
+    if (part && vel_json_node_set_null(part, NULL) == VEL_ERROR_NONE &&
+        vel_json_fetch_node(part, &root, (char *)NULL) == 0 &&
+        vel_json_node_copy_node(part, root, job->document, node) == VEL_ERROR_NONE)
+        code = print(part);
+    else
+        fail_memory();
+    if (part)
+        vel_json_destroy(part);
+    return code;
+}
+
+static int print_value(struct job *job, veljsonnode *node)
+{
+    const char *string;
+
+    if (job->raw && vel_json_node_fetch_string(job->document, node, &string, (char *)NULL) == 0) {
+        puts(string);
+        return 0;
+    }
+    return print_node(job, node);
+}
+
+static int print_type(veljson *document, const veljsonnode *node)
+{
+    static const struct {
+        int (*is)(veljson *, const veljsonnode *);
+        const char *name;
+    } types[] = {{vel_json_is_object, "object"}, {vel_json_is_array, "array"},
+                 {vel_json_is_string, "string"}, {vel_json_is_number, "number"},
+                 {vel_json_is_true, "true"},     {vel_json_is_false, "false"},
+                 {vel_json_is_null, "null"}};
+
+    for (size_t i = 0; i < sizeof(types) / sizeof(types[0]); i++)
+        if (types[i].is(document, node))
+            puts(types[i].name);
+    return 0;
+}
+
+static int compare_keys(const void *left, const void *right)
+{
+    return strcmp(*(const char *const *)left, *(const char *const *)right);
+}
+
+/* Stores the keys unless keys is NULL; returns how many there are. */
+static size_t take_keys(struct job *job, veljsonnode *node, const char **keys)
+{
+    size_t count = 0;
+    const char *key;
+    veljsonnode *value;
+    void *member = vel_json_enumerate_start(job->document, node, &key, &value);
+
+    for (; member; member = vel_json_enumerate_next(job->document, node, member, &key, &value)) {
+        if (keys)
+            keys[count] = key;
+        count++;
+    }
+    return count;
+}
+
+static int print_keys(struct job *job, veljsonnode *node)
+{
+    if (!vel_json_is_object(job->document, node))
+        return fail(FAILED_PATH, "--keys", "this is not an object");
+
+    size_t count = take_keys(job, node, NULL);
+    const char **keys = vel_calloc(count + 1, sizeof(*keys));
+    if (!keys)
+        return fail_memory();
+    take_keys(job, node, keys);
+    qsort(keys, count, sizeof(*keys), compare_keys);
+    for (size_t i = 0; i < count; i++)
+        puts(keys[i]);
+    vel_free(keys);
+    return 0;
+}
+
+/* ---- changing -------------------------------------------------------------------------------- */
+
+/* Makes a node what a text says. The parser wants a container, so the text is put into one. */
+static vel_error_t set_value(veljson *document, veljsonnode *node, const char *text)
+{
+    veljson *parsed = vel_json_create();
+    char *list = vel_strdupf("[%s\n]", text);
+    veljsonnode *value;
+    vel_error_t error = VEL_ERROR_NO_MEMORY;
+
+    if (parsed && list && vel_json_parse(parsed, list) == 0 &&
+        vel_json_fetch_node(parsed, &value, "#", 0UL, (char *)NULL) == 0 &&
+        !vel_json_node_fetch_next(parsed, value))
+        error = vel_json_node_copy_node(document, node, parsed, value);
+    else if (parsed && list)
+        error = vel_json_node_set_string(document, node, text);
+    vel_free(list);
+    if (parsed)
+        vel_json_destroy(parsed);
+    return error;
+}
+
+/* ---- the program ----------------------------------------------------------------------------- */
+
+static int run(struct job *job)
+{
+    veljsonnode *node;
+    int code = read_document(job);
+
+    if (code == 0)
+        code = walk(job, &node);
+    if (code != 0)
+        return code;
+    if (job->value)
+        code = set_value(job->document, node, job->value) ? fail_memory() : print(job->document);
+    else if (job->type)
+        code = print_type(job->document, node);
+    else if (job->keys)
+        code = print_keys(job, node);
+    else
+        code = print_value(job, node);
+    if (fflush(stdout) != 0 && code == 0)
+        code = fail(FAILED_OTHER, "standard output", strerror(errno));
+    return code;
+}
+
+/* Returns 0, -1 if the program is done, or an exit code. */
+static int take_options(struct job *job, int argc, char **argv)
+{
+    static const struct option options[] = {{"set", required_argument, NULL, 's'},
+                                            {"type", no_argument, NULL, 't'},
+                                            {"keys", no_argument, NULL, 'k'},
+                                            {"raw", no_argument, NULL, 'r'},
+                                            {"help", no_argument, NULL, 'h'},
+                                            {"version", no_argument, NULL, 'v'},
+                                            {NULL, 0, NULL, 0}};
+    int option;
+
+    while ((option = getopt_long(argc, argv, "+s:tkr", options, NULL)) != -1) {
+        switch (option) {
+        case 's':
+            job->value = optarg;
+            break;
+        case 't':
+            job->type = 1;
+            break;
+        case 'k':
+            job->keys = 1;
+            break;
+        case 'r':
+            job->raw = 1;
+            break;
+        case 'h':
+            fputs(usage, stdout);
+            return -1;
+        case 'v':
+            puts("veljson (vellib) 1.0.0");
+            return -1;
+        default:
+            fputs("try: veljson --help\n", stderr);
+            return FAILED_USAGE;
+        }
+    }
+    if ((job->value != NULL) + job->type + job->keys > 1)
+        return fail(FAILED_USAGE, "", "--set, --type and --keys exclude each other");
+    if (optind < argc)
+        job->filename = argv[optind++];
+    job->path = argv + optind;
+    return 0;
+}
+
+int main(int argc, char **argv)
+{
+    struct job job = {.filename = "-"};
+    int code = FAILED_OTHER;
+
+    vel_log_stderr_disable(NULL);
+    vel_log_callback_set(NULL, on_log, &job);
+    vel_log_callback_set_level(NULL, 8);
+    vel_log_callback_enable(NULL);
+
+    job.document = vel_json_create();
+    if (!job.document)
+        fail_memory();
+    else if ((code = take_options(&job, argc, argv)) == 0)
+        code = run(&job);
+    if (job.document)
+        vel_json_destroy(job.document);
+    vel_uninit();
+    return code < 0 ? 0 : code;
+}
