@@ -13,9 +13,11 @@
 #include <netinet/in.h>
 #include <pthread.h>
 #include <regex>
+#include <sched.h>
 #include <set>
 #include <string>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -123,6 +125,14 @@ inline size_t thread_count()
  * the descriptors are those of the beginning, but for the pipes of its listeners. */
 class server_test : public testing::Test {
   protected:
+    /* A sanitizer may start a thread of its own with the first one of the program. */
+    static void SetUpTestSuite()
+    {
+        std::string task;
+        std::thread([&] { task = "/proc/self/task/" + std::to_string(gettid()); }).join();
+        while (access(task.c_str(), F_OK) == 0)
+            sched_yield();
+    }
     server_test()
     {
         calls = &calls_;
