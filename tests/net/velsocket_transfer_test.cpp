@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <string>
+#include <sys/time.h>
 #include <thread>
 #include <vector>
 
@@ -17,11 +18,67 @@
 
 static std::atomic<int> polls;
 
+/* Microseconds since 1970 while the clock is played, and how long a receive takes then. */
+static long long playedtime = -1;
+static long long receivetime;
+static std::vector<int> playedwaits; /* which end at once */
+
+extern "C" int gettimeofday(struct timeval *time, void *zone) noexcept
+{
+    static const auto next =
+        support::platform_function<int(struct timeval *, void *)>("gettimeofday");
+    if (playedtime < 0)
+        return next(time, zone);
+    *time = {static_cast<time_t>(playedtime / 1000000),
+             static_cast<suseconds_t>(playedtime % 1000000)};
+    return 0;
+}
+
 int poll(pollfd *set, nfds_t count, int milliseconds)
 {
     static const auto next = support::platform_function<int(pollfd *, nfds_t, int)>("poll");
     polls++;
-    return next(set, count, milliseconds);
+    if (playedtime < 0)
+        return next(set, count, milliseconds);
+    playedwaits.push_back(milliseconds);
+    return 0;
+}
+
+/* While set, the lengths of transfers are noted, and one byte is transferred. */
+static std::vector<size_t> *lengths;
+
+static size_t noted(size_t len)
+{
+    if (!lengths)
+        return len;
+    lengths->push_back(len);
+    return 1;
+}
+
+ssize_t send(int descriptor, const void *buf, size_t len, int flags)
+{
+    static const auto next =
+        support::platform_function<ssize_t(int, const void *, size_t, int)>("send");
+    return next(descriptor, buf, noted(len), flags);
+}
+
+ssize_t sendto(int descriptor, const void *buf, size_t len, int flags, const sockaddr *address,
+               socklen_t length)
+{
+    static const auto next = support::platform_function<ssize_t(
+        int, const void *, size_t, int, const sockaddr *, socklen_t)>("sendto");
+    return next(descriptor, buf, noted(len), flags, address, length);
+}
+
+ssize_t recvfrom(int descriptor, void *buf, size_t len, int flags, sockaddr *address,
+                 socklen_t *length)
+{
+    static const auto next =
+        support::platform_function<ssize_t(int, void *, size_t, int, sockaddr *, socklen_t *)>(
+            "recvfrom");
+    if (playedtime >= 0)
+        playedtime += receivetime;
+    return next(descriptor, buf, noted(len), flags, address, length);
 }
 
 namespace {
@@ -63,6 +120,30 @@ TEST_F(VelsocketTransfer, ReadTimesOut)
         log_.take(),
         (log_lines{kWouldBlock,
                    socket_line(13, "polling read for a socket returned error 201 (timed out)")}));
+}
+
+/* The wait has what the first attempt left of the time. */
+TEST_F(VelsocketTransfer, ReadWaitsForTheTimeLeft)
+{
+    connect();
+    char bytes[8];
+    playedtime = 1700000000000000;
+    playedwaits.clear();
+    receivetime = 400000;
+    EXPECT_EQ(vel_socket_read_with_timeout(client_, bytes, sizeof bytes, 2, 1), 0u);
+    const vel_error_t first = vel_socket_get_error(client_);
+    receivetime = 2000000;
+    EXPECT_EQ(vel_socket_read_with_timeout(client_, bytes, sizeof bytes, 2, 0), 0u);
+    const vel_error_t second = vel_socket_get_error(client_);
+    playedtime = -1;
+    EXPECT_EQ(first, VEL_ERROR_TIMED_OUT);
+    EXPECT_EQ(second, VEL_ERROR_TIMED_OUT);
+    EXPECT_EQ(playedwaits, std::vector<int>{1601}); /* the second had nothing left to wait */
+    EXPECT_EQ(
+        log_.take(),
+        (log_lines{kWouldBlock,
+                   socket_line(13, "polling read for a socket returned error 201 (timed out)"),
+                   kWouldBlock}));
 }
 
 TEST_F(VelsocketTransfer, ReadGivesWhatFitsAndKeepsTheRest)
@@ -391,6 +472,30 @@ TEST_F(VelsocketUdp, EnableBroadcast)
     EXPECT_EQ(vel_socket_enable_broadcast(client_), VEL_ERROR_NONE);
     EXPECT_EQ(vel_socket_get_error(client_), VEL_ERROR_TIMED_OUT);
     EXPECT_EQ(support::socket_option(support::descriptors_since(before_).back(), SO_BROADCAST), 1);
+}
+
+/* Neither the platform nor a signed count is ever asked for more than half of what a size holds. */
+TEST_F(VelsocketUdp, LengthsAreClamped)
+{
+    std::vector<size_t> found;
+    char byte = 'x';
+    lengths = &found;
+    EXPECT_EQ(vel_socket_write(client_, &byte, SIZE_MAX), 1u);
+    EXPECT_EQ(vel_socket_write(client_, &byte, SIZE_MAX / 2), 1u);
+    EXPECT_EQ(vel_socket_read_with_timeout(listener_, &byte, SIZE_MAX, kLong, 0), 1u);
+    lengths = nullptr;
+    EXPECT_EQ(found, std::vector<size_t>(3, SIZE_MAX / 2));
+    EXPECT_EQ(read(listener_), "x");
+}
+
+TEST_F(VelsocketTransfer, LengthOfAStreamIsClamped)
+{
+    connect();
+    std::vector<size_t> found;
+    lengths = &found;
+    EXPECT_EQ(vel_socket_write(client_, "x", SIZE_MAX), 1u);
+    lengths = nullptr;
+    EXPECT_EQ(found, std::vector<size_t>{SIZE_MAX / 2});
 }
 
 /* A process that has not dealt with the signal ends with the first write to a closed connection. */
