@@ -180,9 +180,11 @@ vel_error_t vel_socket_get_error(velsocket *velsocket)
     return velsocket->error.load(std::memory_order_relaxed);
 }
 
-/* Binds to the first address that the list has. */
+/* Binds to the first address that the list has, and enables wakeup on a UDP socket. An address of
+ * another family than IPv4 and IPv6 ends this before either, and is no failure. */
 static vel_error_t vel_socket_bind_first(struct velsocket *velsocket,
-                                         struct veladdrinfo *veladdrinfo, unsigned int port)
+                                         struct veladdrinfo *veladdrinfo, unsigned int port,
+                                         bool udp)
 {
     struct sockaddr *sockaddr;
     socklen_t socklen;
@@ -208,7 +210,13 @@ static vel_error_t vel_socket_bind_first(struct velsocket *velsocket,
     vel_socket_set_port(sockaddr, port);
     if (bind(velsocket->descriptor, sockaddr, socklen) != 0)
         return vel_socket_map_errno(vel_socket_bind_errors, errno);
-    return VEL_ERROR_NONE;
+    if (!udp)
+        return VEL_ERROR_NONE;
+
+    velerror = vel_socket_enable_wakeup(velsocket);
+    if (velerror != VEL_ERROR_NONE)
+        VEL_LOG(7, "unable to enable wakeup on the UDP listen socket");
+    return velerror;
 }
 
 static vel_error_t vel_socket_bind_numeric(struct velsocket *velsocket, const char *address,
@@ -227,14 +235,8 @@ static vel_error_t vel_socket_bind_numeric(struct velsocket *velsocket, const ch
     if (udp)
         vel_addrinfo_set_udp(veladdrinfo);
     vel_addrinfo_set_numerichost(veladdrinfo);
-    vel_error_t velerror = vel_socket_bind_first(velsocket, veladdrinfo, port);
+    vel_error_t velerror = vel_socket_bind_first(velsocket, veladdrinfo, port, udp);
     vel_addrinfo_destroy(veladdrinfo);
-
-    if (velerror == VEL_ERROR_NONE && udp) {
-        velerror = vel_socket_enable_wakeup(velsocket);
-        if (velerror != VEL_ERROR_NONE)
-            VEL_LOG(7, "unable to enable wakeup on the UDP listen socket");
-    }
     return velerror;
 }
 
@@ -268,8 +270,7 @@ static vel_error_t vel_socket_accept_connection(const struct velsocket *velsocke
     struct sockaddr_storage peeraddr = {};
     socklen_t peeraddrlen = sizeof peeraddr;
     const int descriptor =
-        accept4(velsocket->descriptor, reinterpret_cast<struct sockaddr *>(&peeraddr), &peeraddrlen,
-                SOCK_NONBLOCK);
+        accept(velsocket->descriptor, reinterpret_cast<struct sockaddr *>(&peeraddr), &peeraddrlen);
     if (descriptor < 0)
         return vel_socket_map_errno(vel_socket_accept_errors, errno);
 
@@ -282,7 +283,6 @@ static vel_error_t vel_socket_accept_connection(const struct velsocket *velsocke
     connection->descriptor = descriptor;
     connection->domain = peeraddr.ss_family;
     connection->socktype = SOCK_STREAM;
-    /* This finds the mode set by accept4, and is spared the second of its two calls. */
     if (vel_socket_set_nonblocking(connection) != 0) {
         VEL_LOG(7, "unable to set the connection socket to non-blocking mode");
         vel_socket_destroy(connection);

@@ -352,11 +352,6 @@ int accept(int descriptor, sockaddr *address, socklen_t *length)
     return FAILS("accept") ? -1 : NEXT(accept)(descriptor, address, length);
 }
 
-int accept4(int descriptor, sockaddr *address, socklen_t *length, int flags)
-{
-    return FAILS("accept") ? -1 : NEXT(accept4)(descriptor, address, length, flags);
-}
-
 int getsockname(int descriptor, sockaddr *address, socklen_t *length) noexcept
 {
     return FAILS("getsockname") ? -1 : NEXT(getsockname)(descriptor, address, length);

@@ -2,7 +2,7 @@
 #define TESTS_SUPPORT_TCPSERVER_H
 
 /* Stands between a server and the platform's threads and accepts. Include this in one source of a
- * program, as it defines pthread_create, pthread_join, accept and accept4. */
+ * program, as it defines pthread_create, pthread_join and accept. */
 
 #include <atomic>
 #include <cerrno>
@@ -268,13 +268,6 @@ int accept(int descriptor, sockaddr *address, socklen_t *length)
     static const auto next =
         support::platform_function<int(int, sockaddr *, socklen_t *)>("accept");
     return support::accept_fails() ? -1 : next(descriptor, address, length);
-}
-
-int accept4(int descriptor, sockaddr *address, socklen_t *length, int flags)
-{
-    static const auto next =
-        support::platform_function<int(int, sockaddr *, socklen_t *, int)>("accept4");
-    return support::accept_fails() ? -1 : next(descriptor, address, length, flags);
 }
 
 #endif
