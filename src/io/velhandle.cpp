@@ -545,6 +545,8 @@ vel_error_t vel_handle_accept(velhandle *velhandle, struct velhandle **connectio
         VEL_LOG(6, "this handle does not support accepting incoming connections");
     } else {
         velerror = velhandle->accept_callback(velhandle, connectionhandleptr);
+        if (velerror != VEL_ERROR_NONE)
+            *connectionhandleptr = nullptr;
         if (velerror != VEL_ERROR_NONE && velerror != VEL_ERROR_TIMED_OUT &&
             velerror != VEL_ERROR_WAKEUP)
             vel_handle_log_failure("accepting an incoming connection", velerror);
