@@ -107,7 +107,7 @@ static void on_signal(int velsignal, void *context)
 static int terminal_width(void)
 {
     struct winsize size;
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 20 ? size.ws_col : 80;
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
 static void show_line(const char *text)
@@ -116,20 +116,23 @@ static void show_line(const char *text)
     fprintf(stderr, "\r%-*.*s", width, width, text);
 }
 
-/* Prints the one line that says what went wrong; returns the exit code. */
+/* Prints the one line that says what went wrong; returns the exit code. What it quotes may come from
+ * a server, so nothing in it may steer the terminal. */
 static int fail(struct fetch *fetch, int code, const char *format, ...)
 {
+    char text[2000];
     va_list arguments;
 
+    va_start(arguments, format);
+    vsnprintf(text, sizeof(text), format, arguments);
+    va_end(arguments);
+    for (char *byte = text; *byte; byte++)
+        *byte = (unsigned char)*byte < ' ' || *byte == 127 ? '?' : *byte;
     if (fetch->showsbar) {
         show_line("");
         fputc('\r', stderr);
     }
-    fputs("velfetch: ", stderr);
-    va_start(arguments, format);
-    vfprintf(stderr, format, arguments);
-    va_end(arguments);
-    fputc('\n', stderr);
+    fprintf(stderr, "velfetch: %s\n", text);
     return code;
 }
 
@@ -138,40 +141,79 @@ static int check(struct fetch *fetch, vel_error_t error)
     return error ? fail(fetch, FAILED, "%s", vel_error_string(error)) : 0;
 }
 
+/* Writes a number of bytes in at most 8 characters, such as "9.5 KiB". */
 static void format_amount(char *text, size_t size, double bytes)
 {
     static const char *const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
     size_t unit = 0;
 
-    for (; bytes >= 1024 && unit < 4; unit++)
+    for (; bytes >= 1023.5 && unit < 4; unit++)
         bytes /= 1024;
-    snprintf(text, size, unit == 0 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
+    snprintf(text, size, unit == 0 || bytes >= 9.95 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
 }
 
-/* Shows "[====    ]  1.0 MiB of 2.0 MiB  1.0 MiB/s  0:00:01 left", or what is known of it. */
-static void show_progress(struct fetch *fetch)
+static void format_time(char *text, size_t size, int seconds)
 {
-    char amount[32], total[32], speed[32], facts[160], bar[201] = "", line[400];
+    if (seconds < 3600)
+        snprintf(text, size, "%d:%02d", seconds / 60, seconds % 60);
+    else
+        snprintf(text, size, "%d:%02d:%02d", seconds / 3600, seconds / 60 % 60, seconds % 60);
+}
+
+/* What the progress line is made of. */
+struct progress {
+    char amount[16], total[16], rate[16], time[16]; /* time is left, or taken; may be empty */
+    double share;                                   /* of the total, 0 to 1 */
+};
+
+static void measure(struct fetch *fetch, int isdone, struct progress *progress)
+{
     double rate = 0;
+    int seconds = 0;
 
     vel_timer_split(fetch->veltimer);
-    vel_timer_gettotal(fetch->veltimer, (uint64_t)fetch->current, NULL, NULL, &rate);
-    format_amount(amount, sizeof(amount), (double)fetch->current);
-    format_amount(total, sizeof(total), (double)fetch->total);
-    format_amount(speed, sizeof(speed), rate);
-    double left = rate >= 1 ? (double)(fetch->total - fetch->current) / rate : 1e9;
-    int length = snprintf(facts, sizeof(facts), "%s%s%s  %s/s", amount,
-                          fetch->total > 0 ? " of " : "", fetch->total > 0 ? total : "", speed);
-    if (left >= 0 && left < 1e6)
-        length += snprintf(facts + length, sizeof(facts) - (size_t)length, "  %d:%02d:%02d left",
-                           (int)left / 3600, (int)left / 60 % 60, (int)left % 60);
+    vel_timer_gettotal(fetch->veltimer, (uint64_t)fetch->current, &seconds, NULL, &rate);
+    if (!(rate < 1e15)) /* no time has passed */
+        rate = 0;
+    double left = rate >= 1 ? (double)(fetch->total - fetch->current) / rate + 0.5 : -1;
 
-    int room = terminal_width() - 1 - (int)strlen("[]  ") - length;
-    room = room < (int)sizeof(bar) ? room : (int)sizeof(bar) - 1;
-    if (room >= 5 && fetch->total > 0) {
-        int64_t done = fetch->current < fetch->total ? fetch->current : fetch->total;
+    memset(progress, 0, sizeof(*progress));
+    format_amount(progress->amount, sizeof(progress->amount), (double)fetch->current);
+    format_amount(progress->rate, sizeof(progress->rate), rate);
+    if (fetch->total > 0) {
+        format_amount(progress->total, sizeof(progress->total), (double)fetch->total);
+        progress->share =
+            fetch->current < fetch->total ? (double)fetch->current / (double)fetch->total : 1;
+    }
+    if (isdone)
+        format_time(progress->time, sizeof(progress->time), seconds);
+    else if (left >= 0 && left < 360000)
+        format_time(progress->time, sizeof(progress->time), (int)left);
+}
+
+/* Shows "[====    ]  1.0 MiB of 2.0 MiB  1.0 MiB/s  0:01 left", or as much as is known and has room.
+ * The columns stay where they are from one time to the next. */
+static void show_progress(struct fetch *fetch, int isdone)
+{
+    static const char widest[] = "[]  8888 KiB of 8888 KiB  8888 KiB/s  88:88:88 left";
+    char facts[160], when[32] = "", bar[201] = "", line[400];
+    int width = terminal_width() - 1;
+    struct progress it;
+
+    measure(fetch, isdone, &it);
+    if (it.time[0])
+        snprintf(when, sizeof(when), isdone ? "in %s" : "%5s left", it.time);
+    if (!it.total[0])
+        snprintf(facts, sizeof(facts), "%s  %s/s  %s", it.amount, it.rate, when);
+    else if (snprintf(facts, sizeof(facts), "%8s of %s  %8s/s  %s", it.amount, it.total, it.rate,
+                      when) > width)
+        snprintf(facts, sizeof(facts), "%s of %s  %s/s  %s", it.amount, it.total, it.rate, it.time);
+
+    int room = width - (int)strlen(widest);
+    if (it.total[0] && room >= 10) {
+        room = room < (int)sizeof(bar) ? room : (int)sizeof(bar) - 1;
         memset(bar, ' ', (size_t)room);
-        memset(bar, '=', (size_t)((double)done / (double)fetch->total * room));
+        memset(bar, '=', (size_t)(it.share * room));
     }
     snprintf(line, sizeof(line), bar[0] ? "[%s]  %s" : "%s%s", bar, facts);
     show_line(line);
@@ -188,8 +230,10 @@ static FILE *open_side_file(struct fetch *fetch, const struct stat *old)
 
     fetch->targetname = old ? realpath(fetch->filename, NULL) : strdup(fetch->filename);
     fetch->sidename = fetch->targetname ? vel_strdupf("%s.XXXXXX", fetch->targetname) : NULL;
-    if (!fetch->sidename)
+    if (!fetch->sidename) {
+        errno = fetch->targetname ? ENOMEM : errno; /* vel_strdupf fails of nothing else */
         return NULL;
+    }
     int descriptor = mkstemp(fetch->sidename);
     if (descriptor >= 0) {
         (void)fchmod(descriptor, mode); /* not every file system can */
@@ -300,7 +344,7 @@ static int on_download(int64_t current, int64_t total, void *context)
     fetch->current = current;
     fetch->total = total;
     if (fetch->showsbar)
-        show_progress(fetch);
+        show_progress(fetch, 0);
     return check_signal(fetch);
 }
 
@@ -328,6 +372,7 @@ static const struct cause {
     {STAGE_REDIRECT, VEL_ERROR_OUT_OF_RANGE, FAILED_REDIRECTS, "too many redirects"},
     {STAGE_REDIRECT, VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, "redirects to what is not a URL"},
     {STAGE_REDIRECT, VEL_ERROR_PROTOCOL, FAILED_REPLY, "redirects without saying where to"},
+    {STAGE_TRANSFER, VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, "redirects to what is not a URL"},
     {STAGE_TRANSFER, VEL_ERROR_PROTOCOL, FAILED_REPLY, "the reply is not HTTP"},
     {STAGE_TRANSFER, VEL_ERROR_MESSAGE_TOO_LONG, FAILED_REPLY, "a header line is too long"},
     {STAGE_ANY, VEL_ERROR_END_OF_FILE, FAILED_LOST, "the connection was closed without an answer"},
@@ -358,8 +403,8 @@ static int explain(struct fetch *fetch, vel_error_t error)
     if (stopsignal)
         return fail(fetch, FAILED_SIGNAL + stopsignal, "interrupted");
     if (fetch->writeerrno)
-        return fail(fetch, FAILED_WRITE, "cannot write %s: %s",
-                    fetch->filename ? fetch->filename : "to standard output",
+        return fail(fetch, fetch->writeerrno == ENOMEM ? FAILED : FAILED_WRITE,
+                    "cannot write %s: %s", fetch->filename ? fetch->filename : "to standard output",
                     strerror(fetch->writeerrno));
     /* The library ends with no status at all where a proxy has refused a user. */
     if (fetch->stage == STAGE_TRANSFER && (status == 407 || (!error && status == 0)))
@@ -375,8 +420,10 @@ static int explain(struct fetch *fetch, vel_error_t error)
         return fail(fetch, FAILED_SHORT,
                     "%s: the connection was closed after %" PRId64 " of %" PRId64 " bytes",
                     fetch->peer, fetch->current, fetch->total);
-    if (fetch->showsbar)
+    if (fetch->showsbar) {
+        show_progress(fetch, 1);
         fputc('\n', stderr);
+    }
     return 0;
 }
 
