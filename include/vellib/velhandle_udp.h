@@ -7,8 +7,8 @@
 
 /* velhandle_udp: the UDP transport of a velhandle. A write sends one datagram and a read receives
  * one, of which it loses what does not fit. A connected handle sends to the address that it was
- * connected to, and a listening one to where the last datagram came from, which
- * vel_handle_get_peer_name tells of both.
+ * connected to, and a listening one to where the last datagram came from. On either,
+ * vel_handle_get_peer_name tells where that was.
  *
  * Reading or writing a handle before it is connected or listens aborts, and so does asking it for
  * its port or peer. vel_handle_wakeup works on a listening handle; on any other it gives

@@ -27,8 +27,9 @@
  * the item that it finds. */
 typedef struct velhash velhash;
 
-/* Gives the hash of an item. Called once for each operation and for each item that is moved, so it
- * should be cheap; it must give the same for as long as the item is in the table.
+/* Gives the hash of an item. Called once for each add, lookup and remove, and for each item that an
+ * add or a remove moves, so it should be cheap; it must give the same for as long as the item is in
+ * the table.
  *
  * item     an item, or what was given to vel_hash_lookup.
  * context  what was given to vel_hash_create.

@@ -94,7 +94,9 @@ VEL_API void vel_http_destroy(velhttp *velhttp);
 /* Makes the prepared request a plain GET without URL, added headers, body, body callback, progress
  * callbacks, status and response body. Proxy, time limits, CA settings and response headers stay.
  *
- * Returns what the backend says, which is logged there. */
+ * Returns what the backend says, or VEL_ERROR_NONE.
+ * Note: a backend may keep its copy of the URL, as that of vel_http_lite_create does: a perform
+ * without a new URL then goes to the old address. */
 VEL_API vel_error_t vel_http_reset(velhttp *velhttp);
 
 /* Stores a value of the program for an asynchronous backend. */
@@ -107,7 +109,8 @@ VEL_API void *vel_http_get_async_context(velhttp *velhttp);
  *
  * Returns VEL_ERROR_NONE; VEL_ERROR_UNSUPPORTED if the backend takes no URLs; what the backend
  * says; VEL_ERROR_INVALID_ARGUMENT for a URL with fewer than two slashes, or VEL_ERROR_NO_MEMORY,
- * both when the backend has already taken the URL. A failure is logged. */
+ * both when the backend has already taken the URL. A failure is logged, but for that of the
+ * backend. */
 VEL_API vel_error_t vel_http_set_url(velhttp *velhttp, const char *url);
 
 /* Sets the method.
@@ -225,10 +228,10 @@ VEL_API void vel_http_set_progress_callbacks(velhttp *velhttp, vel_http_progress
  *
  * Returns VEL_ERROR_NONE when a response was received, whatever its status code;
  * VEL_ERROR_TIMER_EXPIRED when the limit of the whole transfer has passed; VEL_ERROR_TIMED_OUT when
- * the idle limit has passed; VEL_ERROR_OUT_OF_RANGE after the tenth redirect; VEL_ERROR_PROTOCOL
- * for a redirect that does not say where to; VEL_ERROR_UNSUPPORTED if the backend cannot perform;
- * VEL_ERROR_NO_MEMORY; or what the backend or a callback says. A failure is logged. The response
- * then is what had come in.
+ * the idle limit has passed, or either while connecting; VEL_ERROR_CANCELED after vel_http_abort;
+ * VEL_ERROR_OUT_OF_RANGE after the tenth redirect; VEL_ERROR_PROTOCOL for a redirect that does not
+ * say where to; VEL_ERROR_UNSUPPORTED if the backend cannot perform; VEL_ERROR_NO_MEMORY; or what
+ * the backend or a callback says. A failure is logged. The response then is what had come in.
  * Note: a redirect to anything but a full URL or a path that begins with a slash is not resolved.
  */
 VEL_API vel_error_t vel_http_perform(velhttp *velhttp);

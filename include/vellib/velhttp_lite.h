@@ -16,8 +16,8 @@ VEL_DECLARATIONS_BEGIN
  * Returns the context, for vel_http_destroy and all functions of velhttp, or NULL if there is not
  * enough memory, which is logged.
  * Note: an IPv6 address goes into the Host header without brackets, which some servers refuse.
- * Note: after a 407 with a proxy user set, the transfer ends with the status code 0; without one,
- * the request is repeated as it was, up to 10 times.
+ * Note: after a 407 with a proxy user set, the transfer ends with the status code 0, if the proxy
+ * offers Basic; without one, the request is sent again as it was, up to 10 times in all.
  * Note: a header line without a colon makes the process abort when the response is dropped; see
  * vel_httpheaders_add. */
 VEL_API velhttp *vel_http_lite_create(void);

@@ -142,7 +142,7 @@ VEL_API vel_error_t vel_socket_get_local_port(velsocket *velsocket, unsigned int
  * sockaddr  receives the address.
  * salenptr  the room in sockaddr, above 0; receives the length of the address, or 0 on failure.
  *           For TCP this may be more than the room, and the address is then cut off. Before the
- *           first datagram the length is 0.
+ *           first read of a UDP socket the length is 0; a read that receives nothing makes it 16.
  *
  * Returns VEL_ERROR_NONE; VEL_ERROR_OUT_OF_RANGE if the sender of a datagram does not fit;
  * VEL_ERROR_UNSUPPORTED for a socket that is neither stream nor datagram; or VEL_ERROR_GENERIC. The
