@@ -7,9 +7,12 @@ else()
 endif()
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|amd64|AMD64)$")
   set(VEL_SEAM_textkernels x86)
+  set(VEL_SEAM_widekernels x86)
   # The intrinsics of g++ 12 begin with values that they name undefined.
-  set_source_files_properties(src/platform/textkernels_x86.cpp PROPERTIES
+  set_source_files_properties(
+    src/platform/textkernels_x86.cpp src/platform/widekernels_x86.cpp PROPERTIES
     COMPILE_OPTIONS "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
 else()
   set(VEL_SEAM_textkernels none)
+  set(VEL_SEAM_widekernels none)
 endif()

@@ -46,6 +46,11 @@
 
 /* Documents */
 #include <vellib/veljson.h>
+/* Documents and wide characters */
+#include <vellib/velwchar.h>
+#include <vellib/velwcs.h>
+#include <vellib/velpunycode_wchar.h>
+#include <vellib/velxml.h>
 
 /* Concurrency and time */
 #include <vellib/velcond.h>

@@ -31,7 +31,7 @@ log_capture::~log_capture()
 std::vector<log_line> log_capture::take()
 {
     static const std::regex stamp(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d (.*)$)");
-    static const std::regex prefix(R"(^([a-z0-9_/]+):\d+\[(-?\d+)\] ([^]*)$)");
+    static const std::regex prefix(R"(^([a-z0-9_./]+):\d+\[(-?\d+)\] ([^]*)$)");
 
     std::vector<std::string> messages;
     std::istringstream in(std::string(text_ + taken_, length_ - taken_));
