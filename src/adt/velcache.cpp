@@ -223,8 +223,9 @@ vel_error_t vel_cache_set(velcache *velcache, const char *key, const void *data,
         return VEL_ERROR_NO_MEMORY;
 
     vel_cache_remove_old(velcache, key);
-    VEL_ASSERT(itemsize <= velcache->limitsize);
-    vel_cache_cleanup(velcache, velcache->limitsize - itemsize);
+    const size_t limitsize = velcache->limitsize;
+    VEL_ASSERT(itemsize <= limitsize);
+    vel_cache_cleanup(velcache, limitsize - itemsize);
     if (vel_stringhash_add(velcache->hash, key, item) != 0) {
         VEL_LOG(7, "not enough memory to add cache item to hashtable");
         vel_cache_item_destroy(item);
@@ -234,9 +235,9 @@ vel_error_t vel_cache_set(velcache *velcache, const char *key, const void *data,
     velcache->usesize += itemsize;
 
     /* A cache that is exactly full counts as overfull, though the item stays. */
-    if (velcache->usesize >= velcache->limitsize) {
+    if (velcache->usesize >= limitsize) {
         VEL_LOG(6, "INTERNAL ERROR: usesize %zu exceeds the maxsize %zu", velcache->usesize,
-                velcache->limitsize);
+                limitsize);
         return VEL_ERROR_INTERNAL;
     }
     return VEL_ERROR_NONE;
