@@ -30,12 +30,12 @@ VEL_API int vel_convert_uint_from_size_t_and_limit(unsigned int *dest, size_t sr
 
 /* Rounds to the nearest whole number, halves away from zero.
  *
- * Returns the number; what the platform's conversion gives if it does not fit. */
+ * Returns the number; the lowest one if it does not fit. */
 VEL_API long vel_convert_long_from_double_round(double value);
 
 /* Rounds to the nearest whole number, halves away from zero.
  *
- * Returns the number; what the platform's conversion gives if it does not fit. */
+ * Returns the number; the lowest one if it does not fit. */
 VEL_API int64_t vel_convert_i64_from_double_round(double value);
 
 /* Stores a pointer to char as a pointer to unsigned char. */

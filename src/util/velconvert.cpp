@@ -1,6 +1,7 @@
 #include <vellib/velconvert.h>
 
 #include <climits>
+#include <limits>
 
 #include <vellib/vellimit.h>
 
@@ -43,10 +44,15 @@ int vel_convert_uint_from_size_t_and_limit(unsigned int *dest, size_t src)
     return 0;
 }
 
-/* Halves away from zero, as adding before truncating does. */
+/* Halves away from zero, as adding before truncating does. What does not fit, or is no number,
+ * becomes the lowest, as it does where the processor converts it; the language has no rule. */
 template <typename Integer> static Integer vel_convert_round(double value)
 {
-    return static_cast<Integer>(value >= 0 ? value + 0.5 : value - 0.5);
+    const auto lowest = std::numeric_limits<Integer>::min();
+    const double limit = -static_cast<double>(lowest);
+    const double rounded = value >= 0 ? value + 0.5 : value - 0.5;
+
+    return rounded >= -limit && rounded < limit ? static_cast<Integer>(rounded) : lowest;
 }
 
 long vel_convert_long_from_double_round(double value)
