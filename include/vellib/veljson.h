@@ -64,7 +64,9 @@ VEL_API void vel_json_destroy(veljson *veljson);
  * json  is not referred to afterwards.
  *
  * Returns 0, or -1 with an empty document if the text is not accepted or there is not enough memory,
- * which is logged. */
+ * which is logged.
+ * Note: the memory of a long text is given back as a whole, with the document or when that is parsed
+ * into again; setting its nodes anew does not give it back. */
 VEL_API int vel_json_parse(veljson *veljson, const char *json);
 
 /* Creates a node that no document owns.

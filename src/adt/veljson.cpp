@@ -5,6 +5,7 @@
 #include <vellib/velmalloc.h>
 
 #include "adt/veljson_internal.h"
+#include "adt/velstringhash_internal.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 
@@ -35,11 +36,19 @@ static void vel_json_node_hash_destroy_cb(void *item, void *context)
         vel_json_node_destroy(keynode);
 }
 
+/* The entry of a key node in the hash is where the key node is. */
+static bool vel_json_keynode_is_pooled(const void *item)
+{
+    return static_cast<const veljsonnode *>(item)->pooled;
+}
+
 velstringhash *vel_json_node_hash_create(veljsonnode *objectnode)
 {
     velstringhash *const hash = vel_stringhash_create(vel_json_node_hash_destroy_cb, objectnode);
 
-    if (!hash)
+    if (hash)
+        vel_stringhash_set_borrowed(hash, vel_json_keynode_is_pooled);
+    else
         VEL_LOG(7, "not enough memory for hashtable");
     return hash;
 }
@@ -77,7 +86,8 @@ static veljsonnode *vel_json_node_take_contents(veljsonnode *node, veljsonnode *
         vel_stringhash_destroy(node->hash);
     }
     if (nodetype == VEL_JSON_TYPE_STRING) {
-        vel_free(node->value.string);
+        if (!node->stringpooled)
+            vel_free(node->value.string);
         *tailptr = node->children; /* the one value of a key node */
     } else {
         *tailptr = node->value.tail;
@@ -100,7 +110,8 @@ void vel_json_node_destroy(veljsonnode *veljsonnode)
             tail->next = waiting;
             waiting = contents;
         }
-        vel_free(node);
+        if (!node->pooled)
+            vel_free(node);
     }
 }
 
@@ -111,9 +122,11 @@ void vel_json_node_clear(veljsonnode *node)
     veljsonnode *tail;
     veljsonnode *const contents = vel_json_node_take_contents(node, &tail);
     veljsonnode *const next = node->next;
+    const bool pooled = node->pooled;
 
     *node = {};
     node->next = next;
+    node->pooled = pooled;
     if (contents)
         vel_json_node_destroy(contents);
 }
@@ -134,6 +147,7 @@ void vel_json_clear(veljson *veljson)
     if (veljson->root)
         vel_json_node_destroy(veljson->root);
     veljson->root = nullptr;
+    vel_json_pool_clear(&veljson->pool);
 }
 
 void vel_json_destroy(veljson *veljson)

@@ -80,6 +80,16 @@ vel_error_t vel_json_node_set_integer(veljson *veljson, veljsonnode *node, int64
     return VEL_ERROR_NONE;
 }
 
+/* Not as the parser rounds: that is the contract. What does not fit, or is no number, becomes the
+ * lowest, as it does where the processor converts it. */
+static int64_t vel_json_round_up(double value)
+{
+    const double limit = 0x1p63;
+
+    value += 0.5;
+    return value >= -limit && value < limit ? static_cast<int64_t>(value) : INT64_MIN;
+}
+
 vel_error_t vel_json_node_set_double(veljson *veljson, veljsonnode *node, double value)
 {
     VEL_ASSERT(veljson != NULL);
@@ -88,8 +98,7 @@ vel_error_t vel_json_node_set_double(veljson *veljson, veljsonnode *node, double
     if (!node)
         return VEL_ERROR_NO_MEMORY;
     node->value.number = value;
-    /* Not as the parser rounds: that is the contract. */
-    node->integervalue = static_cast<int64_t>(value + 0.5);
+    node->integervalue = vel_json_round_up(value);
     return VEL_ERROR_NONE;
 }
 

@@ -7,11 +7,14 @@
 #include <vellib/veljson.h>
 #include <vellib/velstringhash.h>
 
+#include "adt/veljson_pool.h"
+
 /* All sources of the module log under its one path. */
 #define VEL_MODULE "adt/veljson"
 
 struct veljson {
-    veljsonnode *root; /* or NULL */
+    veljsonnode *root;  /* or NULL */
+    vel_json_pool pool; /* empty unless a long text was parsed */
 };
 
 /* A number fills both value.number and integervalue. A member of an object is a string node with
@@ -24,8 +27,10 @@ struct veljsonnode {
         veljsonnode *lastnode; /* of an array: the element that was found last, or NULL */
     };
     uint32_t nodetype; /* VEL_JSON_TYPE_... */
+    bool pooled;       /* the node is in the pool */
+    bool stringpooled; /* of a string: so is value.string */
     union {
-        char *string;      /* of a string, owned; NULL in a half-built one */
+        char *string;      /* of a string; NULL in a half-built one */
         double number;     /* of an integer or a double */
         veljsonnode *tail; /* of a non-empty array: the last element; see also the destruction */
     } value;
@@ -37,6 +42,7 @@ struct veljsonnode {
 
 struct veljsonparser {
     struct veljson *veljson;
+    vel_json_pool *pool; /* of the document, or NULL for blocks of their own */
     const char *json;
     size_t jsonlen;
     unsigned int maxdepth; /* a level of this number is refused */
@@ -72,6 +78,11 @@ static inline void vel_json_array_append(veljsonnode *arraynode, veljsonnode *el
     arraynode->value.tail = element;
 }
 
+/* ---- veljson_parse.cpp ---- */
+
+/* What vel_json_node_create does, where the parser has its nodes. */
+veljsonnode *vel_json_parser_create_node(const veljsonparser *parser, uint32_t nodetype);
+
 /* ---- veljson_parse_string.cpp, veljson_parse_number.cpp ---- */
 
 /* Each reads what begins at pos into a new node, which is written to nodeptr if there was memory for
@@ -79,8 +90,10 @@ static inline void vel_json_array_append(veljsonnode *arraynode, veljsonnode *el
 int vel_json_parser_parse_string(veljsonparser *parser, veljsonnode **nodeptr);
 int vel_json_parser_parse_number(veljsonparser *parser, veljsonnode **nodeptr);
 
-/* The text between the quotes with its escapes resolved, as a new string, or NULL. */
-char *vel_json_parser_parse_string_decode(const char *string, size_t length);
+/* The text between the quotes with its escapes resolved, as a new string, or NULL.
+ *
+ * pool  where the string is to be; NULL for a block of its own. */
+char *vel_json_parser_parse_string_decode(const char *string, size_t length, vel_json_pool *pool);
 
 /* ---- veljson_number.cpp ---- */
 

@@ -11,6 +11,7 @@
 #include <vellib/velsnprintf.h>
 
 #include "adt/veljson_internal.h"
+#include "adt/veljson_scan.h"
 #include "util/velassert.h"
 
 using vel_json_uint128 = unsigned __int128;
@@ -76,30 +77,55 @@ static double vel_json_scale_down(uint64_t digits, unsigned int scale)
                                  (static_cast<uint64_t>(exponent) << (DBL_MANT_DIG - 1)));
 }
 
+/* The number that eight digits make: pairs, then fours, then all. */
+static uint64_t vel_json_eight_digits(const char *text)
+{
+    uint64_t block = vel_json_scan_load(text) - vel_json_scan_ones * '0';
+
+    block = block * 10 + (block >> 8);
+    block = ((block & UINT64_C(0x000000ff000000ff)) * (100 + (UINT64_C(1000000) << 32)) +
+             (block >> 16 & UINT64_C(0x000000ff000000ff)) * (1 + (UINT64_C(10000) << 32))) >>
+            32;
+    return block & UINT32_MAX;
+}
+
+/* Takes count digits behind those that there are. */
+static uint64_t vel_json_take_digits(uint64_t digits, const char *text, size_t count)
+{
+    for (; count >= 8; count -= 8, text += 8)
+        digits = digits * 100000000 + vel_json_eight_digits(text);
+    for (; count > 0; count--, text++)
+        digits = digits * 10 + static_cast<uint64_t>(*text - '0');
+    return digits;
+}
+
 double vel_json_decimal_to_double(const char *text, size_t length, const char **endptr)
 {
     const char *const end = text + length;
     const bool negative = *text == '-';
-    const char *dot = nullptr, *ch = text + negative;
-    uint64_t digits = 0;
-    unsigned int significant = 0;
+    const char *const start = text + negative;
+    const auto *dot = static_cast<const char *>(memchr(start, '.', length - negative));
 
-    for (; ch < end; ch++) {
-        if (*ch == '.') {
-            dot = ch;
-            continue;
-        }
-        significant += digits > 0;
-        digits = digits * 10 + static_cast<uint64_t>(*ch - '0');
-    }
-    const size_t scale = dot ? static_cast<size_t>(end - dot - 1) : 0;
-    if (significant >= 19 || scale >= vel_json_powers) {
+    if (!dot)
+        dot = end;
+    const size_t scale = dot < end ? static_cast<size_t>(end - dot - 1) : 0;
+    const char *first = start; /* the first digit that counts */
+    while (first < end && (*first == '0' || *first == '.'))
+        first++;
+    if (end - first > 19 + (dot > first) || scale >= vel_json_powers) {
         char *last;
         const double value = vel_json_strtod(text, &last);
         *endptr = last;
         return value;
     }
-    *endptr = ch;
+    *endptr = end;
+    uint64_t digits = 0;
+    if (first < dot)
+        digits = vel_json_take_digits(0, first, static_cast<size_t>(dot - first));
+    if (dot < end) {
+        const char *const fraction = first > dot ? first : dot + 1;
+        digits = vel_json_take_digits(digits, fraction, static_cast<size_t>(end - fraction));
+    }
 
     /* Where digits and the power of ten are exact as doubles, so is their quotient, once rounded. */
     double value;

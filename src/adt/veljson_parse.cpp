@@ -5,10 +5,14 @@
 #include <vellib/velmalloc.h>
 
 #include "adt/veljson_internal.h"
+#include "adt/velstringhash_internal.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 
 static constexpr unsigned int vel_json_parser_maxdepth = 100;
+
+/* A text of this length is worth chunks of memory, which go only with the whole document. */
+static constexpr size_t vel_json_parser_longtext = 16384;
 
 static int vel_json_parser_parse_value(veljsonparser *parser, veljsonnode **nodeptr);
 
@@ -26,6 +30,43 @@ static inline void vel_json_parser_skip_whitespace(veljsonparser *parser)
     while (json[pos] == ' ' || json[pos] == '\n' || json[pos] == '\r' || json[pos] == '\t')
         pos++;
     parser->pos = pos;
+}
+
+/* ---- Memory ---- */
+
+veljsonnode *vel_json_parser_create_node(const veljsonparser *parser, uint32_t nodetype)
+{
+    if (!parser->pool)
+        return vel_json_node_create(nodetype);
+
+    auto *const node =
+        static_cast<veljsonnode *>(vel_json_pool_take(parser->pool, sizeof(veljsonnode)));
+    if (!node) {
+        VEL_LOG(7, "not enough memory for JSON node");
+        return nullptr;
+    }
+    *node = {};
+    node->nodetype = nodetype;
+    node->pooled = true;
+    if (nodetype == VEL_JSON_TYPE_OBJECT) {
+        node->hash = vel_json_node_hash_create(node);
+        return node->hash ? node : nullptr;
+    }
+    return node;
+}
+
+static int vel_json_parser_add_member(const veljsonparser *parser, const veljsonnode *objectnode,
+                                      veljsonnode *keynode)
+{
+    const char *const key = keynode->value.string;
+
+    if (!parser->pool)
+        return vel_stringhash_add(objectnode->hash, key, keynode);
+    void *const memory = vel_json_pool_take(parser->pool, vel_stringhash_entry_size(strlen(key)));
+    if (!memory)
+        return -1;
+    vel_stringhash_add_in(objectnode->hash, memory, key, keynode);
+    return 0;
 }
 
 /* ---- Objects ---- */
@@ -55,7 +96,7 @@ static int vel_json_parser_parse_pair_value(veljsonparser *parser, const veljson
     }
 
     VEL_ASSERT(veljsonnode->nodetype == VEL_JSON_TYPE_STRING);
-    if (vel_stringhash_add(objectnode->hash, veljsonnode->value.string, veljsonnode) < 0) {
+    if (vel_json_parser_add_member(parser, objectnode, veljsonnode) < 0) {
         VEL_LOG(7, "not enough memory to add a value to the hashtable");
         return -1;
     }
@@ -113,7 +154,7 @@ static int vel_json_parser_parse_object(veljsonparser *parser, veljsonnode **nod
     const char ch = parser->json[parser->pos];
     VEL_ASSERT(ch == '{');
 
-    veljsonnode *const objectnode = vel_json_node_create(VEL_JSON_TYPE_OBJECT);
+    veljsonnode *const objectnode = vel_json_parser_create_node(parser, VEL_JSON_TYPE_OBJECT);
     if (!objectnode)
         return -1;
     *nodeptr = objectnode;
@@ -164,7 +205,7 @@ static int vel_json_parser_parse_array(veljsonparser *parser, veljsonnode **node
     const char ch = parser->json[parser->pos];
     VEL_ASSERT(ch == '[');
 
-    veljsonnode *const arraynode = vel_json_node_create(VEL_JSON_TYPE_ARRAY);
+    veljsonnode *const arraynode = vel_json_parser_create_node(parser, VEL_JSON_TYPE_ARRAY);
     if (!arraynode)
         return -1;
     *nodeptr = arraynode;
@@ -204,7 +245,7 @@ static int vel_json_parser_parse_keyword(veljsonparser *parser, veljsonnode **no
     if (parser->jsonlen - parser->pos < length ||
         strncmp(parser->json + parser->pos, word, length) != 0)
         return -1;
-    *nodeptr = vel_json_node_create(nodetype);
+    *nodeptr = vel_json_parser_create_node(parser, nodetype);
     if (!*nodeptr) {
         VEL_LOG(7, "not enough memory for node '%s'", word);
         return -1;
@@ -293,6 +334,10 @@ int vel_json_parse(veljson *veljson, const char *json)
     parser->json = json;
     parser->jsonlen = strlen(json);
     parser->maxdepth = vel_json_parser_maxdepth;
+    if (parser->jsonlen >= vel_json_parser_longtext) {
+        parser->pool = &veljson->pool;
+        vel_json_pool_begin(parser->pool, parser->jsonlen);
+    }
 
     const int result = vel_json_parser_parse(parser);
     if (result < 0)

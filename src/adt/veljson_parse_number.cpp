@@ -54,6 +54,18 @@ static bool vel_json_number_take(vel_json_number_state *state, size_t pos, char 
     return false;
 }
 
+/* Steps to the last digit of those that follow each other: behind one that is no leading zero, all
+ * are alike. */
+static inline void vel_json_parser_skip_digits(veljsonparser *parser)
+{
+    const char *const json = parser->json;
+    size_t pos = parser->pos + 1;
+
+    while (json[pos] >= '0' && json[pos] <= '9') /* the terminator is none */
+        pos++;
+    parser->pos = pos - 1;
+}
+
 /* Steps to the character that ends the number. */
 static bool vel_json_parser_skip_number(veljsonparser *parser, vel_json_number_state *state)
 {
@@ -66,12 +78,14 @@ static bool vel_json_parser_skip_number(veljsonparser *parser, vel_json_number_s
             return false;
         }
         state->dotjustseen = false;
-        if (isdigit && ch != '0')
+        if (isdigit && ch != '0') {
             state->leadingzero = false;
-        else if (vel_json_number_ends_at(ch))
+            vel_json_parser_skip_digits(parser);
+        } else if (vel_json_number_ends_at(ch)) {
             return true;
-        else if (!vel_json_number_take(state, parser->pos, ch))
+        } else if (!vel_json_number_take(state, parser->pos, ch)) {
             return false;
+        }
     }
     if (state->dotjustseen)
         VEL_LOG(6, "expected a digit after a dot in a number");
@@ -115,7 +129,7 @@ int vel_json_parser_parse_number(veljsonparser *parser, veljsonnode **nodeptr)
     const char ch = parser->json[parser->pos];
     VEL_ASSERT(ch == '-' || (ch >= '0' && ch <= '9'));
 
-    veljsonnode *const node = vel_json_node_create(VEL_JSON_TYPE_INTEGER);
+    veljsonnode *const node = vel_json_parser_create_node(parser, VEL_JSON_TYPE_INTEGER);
     if (!node)
         return -1;
     *nodeptr = node;

@@ -179,32 +179,37 @@ static bool vel_json_decoder_run(vel_json_decoder *decoder)
     return true;
 }
 
-char *vel_json_parser_parse_string_decode(const char *string, size_t length)
+static char *vel_json_string_allocate(size_t length, vel_json_pool *pool)
+{
+    void *const result = pool ? vel_json_pool_take(pool, length + 1) : vel_malloc(length + 1);
+
+    if (!result)
+        VEL_LOG(7, "not enough memory for decoded string");
+    return static_cast<char *>(result);
+}
+
+char *vel_json_parser_parse_string_decode(const char *string, size_t length, vel_json_pool *pool)
 {
     VEL_ASSERT(string != NULL);
 
     vel_json_decoder decoder = {string, length, 0, nullptr, 0};
     if (!vel_json_decoder_run(&decoder))
         return nullptr;
-    decoder.result = static_cast<char *>(vel_malloc(decoder.resultlen + 1));
-    if (!decoder.result) {
-        VEL_LOG(7, "not enough memory for decoded string");
+    decoder.result = vel_json_string_allocate(decoder.resultlen, pool);
+    if (!decoder.result)
         return nullptr;
-    }
     (void)vel_json_decoder_run(&decoder); /* what went well once goes well again */
     decoder.result[decoder.resultlen] = '\0';
     return decoder.result;
 }
 
 /* The same for a text without escapes. */
-static char *vel_json_parser_copy_string(const char *string, size_t length)
+static char *vel_json_parser_copy_string(const char *string, size_t length, vel_json_pool *pool)
 {
-    auto *const result = static_cast<char *>(vel_malloc(length + 1));
+    char *const result = vel_json_string_allocate(length, pool);
 
-    if (!result) {
-        VEL_LOG(7, "not enough memory for decoded string");
+    if (!result)
         return nullptr;
-    }
     memcpy(result, string, length);
     result[length] = '\0';
     return result;
@@ -276,7 +281,7 @@ int vel_json_parser_parse_string(veljsonparser *parser, veljsonnode **nodeptr)
     const char ch = parser->json[parser->pos];
     VEL_ASSERT(ch == '\"');
 
-    veljsonnode *const node = vel_json_node_create(VEL_JSON_TYPE_STRING);
+    veljsonnode *const node = vel_json_parser_create_node(parser, VEL_JSON_TYPE_STRING);
     if (!node)
         return -1;
     *nodeptr = node;
@@ -291,8 +296,9 @@ int vel_json_parser_parse_string(veljsonparser *parser, veljsonnode **nodeptr)
     const char *const string = parser->json + start;
     const size_t length = parser->pos++ - start;
     VEL_ASSERT(node->value.string == NULL);
-    node->value.string = escaped ? vel_json_parser_parse_string_decode(string, length)
-                                 : vel_json_parser_copy_string(string, length);
+    node->stringpooled = parser->pool != nullptr;
+    node->value.string = escaped ? vel_json_parser_parse_string_decode(string, length, parser->pool)
+                                 : vel_json_parser_copy_string(string, length, parser->pool);
     if (!node->value.string) {
         VEL_LOG(7, "unable to decode the string");
         return -1;

@@ -8,6 +8,7 @@
 
 #include "adt/velhash_core.h"
 #include "adt/velhashfunc_internal.h"
+#include "adt/velstringhash_internal.h"
 #include "util/vellog_macros.h"
 
 #define VEL_MODULE "adt/velstringhash"
@@ -16,6 +17,7 @@ struct velstringhash {
     velhash *hash;                              /* its context is the velstringhash */
     vel_stringhash_destroy_cb *destroycallback; /* or NULL */
     void *context;
+    vel_stringhash_borrowed_cb *borrowedcallback; /* or NULL: no memory of items is borrowed */
 };
 
 /* One block of memory. The hash is compared first, so that a key is hardly ever looked at in vain.
@@ -114,10 +116,12 @@ static void vel_stringhash_destroyitem(void *item, void *context)
     VEL_ASSERT(context != NULL);
 
     const auto *const velstringhash = static_cast<struct velstringhash *>(context);
+    void *const value = static_cast<velstringhashitem *>(item)->value;
+    const bool borrowed = velstringhash->borrowedcallback && velstringhash->borrowedcallback(value);
     if (velstringhash->destroycallback)
-        velstringhash->destroycallback(static_cast<velstringhashitem *>(item)->value,
-                                       velstringhash->context);
-    vel_free(item);
+        velstringhash->destroycallback(value, velstringhash->context);
+    if (!borrowed)
+        vel_free(item);
 }
 
 /* ---- Life ---- */
@@ -167,20 +171,32 @@ void vel_stringhash_clear(velstringhash *velstringhash)
 
 /* ---- Entries ---- */
 
-/* Creates an item, or returns NULL. */
-static velstringhashitem *vel_stringhash_create_item(const vel_stringhash_key &key, void *value)
+size_t vel_stringhash_entry_size(size_t keylen)
 {
-    const size_t lastgroup = key.length / 8 * 8;
+    return sizeof(velstringhashitem) + keylen / 8 * 8 + 8;
+}
 
-    auto *const item =
-        static_cast<velstringhashitem *>(vel_malloc(sizeof(velstringhashitem) + lastgroup + 8));
-    if (!item)
-        return nullptr;
+/* Fills an item and adds it. */
+static void vel_stringhash_add_item(velstringhash *velstringhash, velstringhashitem *item,
+                                    const vel_stringhash_key &key, void *value)
+{
     item->value = value;
     item->hash = key.hash;
-    memset(item->key + lastgroup, 0, 8);
+    memset(item->key + key.length / 8 * 8, 0, 8);
     memcpy(item->key, key.string, key.length);
-    return item;
+    vel_hash_add_item<vel_stringhash_kind>(velstringhash->hash, item, key.hash, key);
+}
+
+void vel_stringhash_set_borrowed(velstringhash *velstringhash,
+                                 vel_stringhash_borrowed_cb *borrowedcallback)
+{
+    velstringhash->borrowedcallback = borrowedcallback;
+}
+
+void vel_stringhash_add_in(velstringhash *velstringhash, void *memory, const char *key, void *value)
+{
+    vel_stringhash_add_item(velstringhash, static_cast<velstringhashitem *>(memory),
+                            vel_stringhash_make_key(key), value);
 }
 
 int vel_stringhash_add(velstringhash *velstringhash, const char *key, void *value)
@@ -189,10 +205,10 @@ int vel_stringhash_add(velstringhash *velstringhash, const char *key, void *valu
     VEL_ASSERT(key != NULL);
 
     const vel_stringhash_key newkey = vel_stringhash_make_key(key);
-    velstringhashitem *const item = vel_stringhash_create_item(newkey, value);
+    void *const item = vel_malloc(vel_stringhash_entry_size(newkey.length));
     if (!item)
         return -1;
-    vel_hash_add_item<vel_stringhash_kind>(velstringhash->hash, item, newkey.hash, newkey);
+    vel_stringhash_add_item(velstringhash, static_cast<velstringhashitem *>(item), newkey, value);
     return 0;
 }
 

@@ -1,0 +1,163 @@
+/* Documents read from long texts, whose nodes come from chunks of memory. */
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include <vellib/veljson.h>
+#include <vellib/velmalloc.h>
+
+#include "support/logcapture.h"
+#include "support/oom.h"
+#include "support/platform_malloc.h"
+
+namespace {
+
+const int kMembers = 3000;
+
+/* An object of many members; every tenth comes twice, the second time with another value. */
+std::string long_text()
+{
+    std::string text = "{";
+    for (int i = 0; i < kMembers; i++) {
+        const std::string key = "\"key" + std::to_string(i) + "\":";
+        if (i % 10 == 0)
+            text += key + "[\"old\"],";
+        text += key + "{\"a\\n\":[" + std::to_string(i) + ",0.5,\"x\"],\"b\":{}},";
+    }
+    return text + "}";
+}
+
+std::string output(veljson *document)
+{
+    char *text = vel_json_output(document);
+    std::string result = text ? text : "";
+    vel_free(text);
+    return result;
+}
+
+class VeljsonLong : public testing::Test {
+  protected:
+    void SetUp() override
+    {
+        document = vel_json_create();
+        ASSERT_TRUE(document);
+        ASSERT_EQ(vel_json_parse(document, long_text().c_str()), 0);
+    }
+    void TearDown() override
+    {
+        vel_json_destroy(document);
+    }
+
+    veljson *document = nullptr;
+};
+
+TEST_F(VeljsonLong, MembersHoldTheirLastValue)
+{
+    for (int i = 0; i < kMembers; i++) {
+        const std::string key = "key" + std::to_string(i);
+        int value = -1;
+        ASSERT_EQ(vel_json_fetch_int(document, &value, key.c_str(), "a\n", "#", 0UL, nullptr), 0);
+        ASSERT_EQ(value, i);
+    }
+}
+
+TEST_F(VeljsonLong, SameTextAsWhenBuiltBlockByBlock)
+{
+    veljson *copy = vel_json_create();
+    veljsonnode *root;
+
+    ASSERT_EQ(vel_json_node_set_object(copy, nullptr), VEL_ERROR_NONE);
+    ASSERT_EQ(vel_json_fetch_node(copy, &root, nullptr), 0);
+    ASSERT_EQ(vel_json_node_copy(copy, root, document), VEL_ERROR_NONE);
+    EXPECT_EQ(output(copy).size(), output(document).size());
+    vel_json_destroy(copy);
+}
+
+TEST_F(VeljsonLong, NodesAreSetAndAddedTo)
+{
+    veljsonnode *node, *root;
+    const char *string;
+
+    ASSERT_EQ(vel_json_fetch_node(document, &root, nullptr), 0);
+    for (int round = 0; round < 3; round++) {
+        ASSERT_EQ(vel_json_fetch_node(document, &node, "key7", nullptr), 0);
+        ASSERT_EQ(vel_json_node_set_string(document, node, "new"), VEL_ERROR_NONE);
+        ASSERT_EQ(vel_json_fetch_node(document, &node, "key8", "a\n", nullptr), 0);
+        node = vel_json_node_array_add(document, node);
+        ASSERT_EQ(vel_json_node_set_string(document, node, "more"), VEL_ERROR_NONE);
+        node = vel_json_node_object_add(document, root, "key9"); /* in place of a parsed one */
+        ASSERT_EQ(vel_json_node_set_object(document, node), VEL_ERROR_NONE);
+        node = vel_json_node_object_add(document, node, "added");
+        ASSERT_EQ(vel_json_node_set_string(document, node, "value"), VEL_ERROR_NONE);
+    }
+    EXPECT_EQ(vel_json_fetch_string(document, &string, "key7", nullptr), 0);
+    EXPECT_STREQ(string, "new");
+    EXPECT_EQ(vel_json_fetch_string(document, &string, "key8", "a\n", "#", 5UL, nullptr), 0);
+    EXPECT_STREQ(string, "more");
+    EXPECT_EQ(vel_json_fetch_string(document, &string, "key9", "added", nullptr), 0);
+    EXPECT_STREQ(string, "value");
+}
+
+TEST_F(VeljsonLong, RootIsSetAndTheDocumentReadAgain)
+{
+    ASSERT_EQ(vel_json_node_set_true(document, nullptr), VEL_ERROR_NONE);
+    EXPECT_EQ(output(document), "true");
+    ASSERT_EQ(vel_json_parse(document, "[1]"), 0);
+    EXPECT_EQ(output(document), "[ 1 ]");
+    ASSERT_EQ(vel_json_parse(document, long_text().c_str()), 0);
+    EXPECT_EQ(vel_json_parse(document, (long_text() + "x").c_str()), -1);
+    ASSERT_EQ(vel_json_node_set_null(document, nullptr), VEL_ERROR_NONE);
+    EXPECT_EQ(output(document), "null");
+}
+
+TEST(VeljsonLongString, HasAChunkToItself)
+{
+    const std::string string(100000, 's');
+    veljson *document = vel_json_create();
+    const char *first, *second;
+
+    ASSERT_EQ(vel_json_parse(document, ("[\"" + string + "\",\"" + string + "\"]").c_str()), 0);
+    EXPECT_EQ(vel_json_fetch_string(document, &first, "#", 0UL, nullptr), 0);
+    EXPECT_EQ(vel_json_fetch_string(document, &second, "#", 1UL, nullptr), 0);
+    EXPECT_EQ(first, string);
+    EXPECT_EQ(second, string);
+    vel_json_destroy(document);
+}
+
+/* Only an array that cannot grow its table goes unseen: it is tried again with the next member. */
+TEST(VeljsonLongFailure, EachAllocationMayFail)
+{
+    std::string text = long_text();
+    text.resize(text.rfind(",\"key", 40000));
+    text += "}";
+    support::log_capture log;
+    veljson *document = vel_json_create();
+    size_t failures = 0;
+
+    for (size_t number = 1; number < 60; number++) {
+        support::malloc_watch watch(number, number);
+        if (vel_json_parse(document, text.c_str()) < 0)
+            failures++;
+    }
+    EXPECT_GT(failures, 10U);
+    EXPECT_EQ(vel_json_parse(document, text.c_str()), 0);
+    vel_json_destroy(document);
+    log.take();
+}
+
+bool life()
+{
+    veljson *document = vel_json_create();
+    if (!document)
+        return false;
+    const bool done = vel_json_parse(document, long_text().c_str()) == 0;
+    vel_json_destroy(document);
+    return done;
+}
+
+TEST(VeljsonLongOom, Life)
+{
+    EXPECT_GT(support::vel_oom_drive(life), 5U);
+}
+
+} // namespace
