@@ -90,4 +90,8 @@
 #include <vellib/velhttp_lite.h>
 #include <vellib/velhttpheaders.h>
 
+/* Digests and random */
+#include <vellib/velsha1.h>
+#include <vellib/velsha256.h>
+
 #endif
