@@ -49,7 +49,7 @@ TEST_F(VelhttpLite, UrlWithoutMemoryIsNone)
 TEST_F(VelhttpLite, UrlIsKeptThoughTheFrontRefusesIt)
 {
     EXPECT_EQ(vel_http_set_url(http, "x:/y"), VEL_ERROR_INVALID_ARGUMENT);
-    log.clear();
+    logged();
     EXPECT_EQ(vel_http_perform(http), VEL_ERROR_INVALID_ARGUMENT);
     EXPECT_EQ(logged(), lines{lite_error(7, "parsing URL 'x:/y' failed", 22)});
 }
@@ -102,7 +102,7 @@ TEST_F(VelhttpLite, AbortedBeforeItStarts)
 {
     http_server server({{http_answer("200 OK", "", "")}, {http_answer("200 OK", "", "")}});
     EXPECT_EQ(fetch(server.url("/")), VEL_ERROR_NONE);
-    log.clear();
+    logged();
     vel_http_abort(http);
     EXPECT_EQ(vel_http_perform(http), VEL_ERROR_CANCELED);
     EXPECT_EQ(logged(), (lines{kAborting, kAborted}));

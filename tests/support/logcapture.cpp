@@ -30,7 +30,7 @@ log_capture::~log_capture()
 /* A message may hold line feeds, so a line goes on until the next time stamp. */
 std::vector<log_line> log_capture::take()
 {
-    static const std::regex stamp(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d (.*)$)");
+    static const std::regex stamp(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d ([^]*)$)");
     static const std::regex prefix(R"(^([a-z0-9_./]+):\d+\[(-?\d+)\] ([^]*)$)");
 
     std::vector<std::string> messages;
