@@ -39,6 +39,26 @@ static const char TOO_LONG[] = "414 URI Too Long";
 static const char SERVER_ERROR[] = "500 Internal Server Error";
 static const char NO_ANSWER[] = ""; /* the peer has gone, or let its time pass */
 
+/* What each page begins with. The icon keeps browsers from asking for one. Names are shown as they
+ * are, with all their blanks, and wrapped anywhere. */
+static const char page_head[] =
+    "<!DOCTYPE html>\n<html lang=\"en\">\n<meta charset=\"utf-8\">\n"
+    "<meta name=\"viewport\" content=\"width=device-width\">\n"
+    "<link rel=\"icon\" href=\"data:,\">\n"
+    "<style>\n"
+    ":root { color-scheme: light dark }\n"
+    "body { font: 1rem/1.5 system-ui, sans-serif; max-width: 60rem; margin: 2rem auto; "
+    "padding: 0 1rem }\n"
+    "h1 { font-size: 1.4rem; padding: 0 .5rem; white-space: pre-wrap; overflow-wrap: anywhere }\n"
+    "table { width: 100%; border-collapse: collapse }\n"
+    "tr:hover { background: #8882 }\n"
+    "td { padding: .3rem .5rem; border-top: 1px solid #8884; white-space: nowrap; "
+    "text-align: right; font-variant-numeric: tabular-nums }\n"
+    "td:first-child { width: 100%; white-space: pre-wrap; overflow-wrap: anywhere; "
+    "text-align: left }\n"
+    "a { text-decoration: none }\na:hover { text-decoration: underline }\n"
+    "</style>\n";
+
 /* What all connections share. */
 struct site {
     char *root;      /* the resolved directory; "" is the root of the file system */
@@ -184,8 +204,8 @@ static void send_page(struct request *request, const char *status, const char *e
 
 static void send_status(struct request *request, const char *status, const char *extra)
 {
-    char page[128];
-    vel_snprintf(page, sizeof page, "<!DOCTYPE html>\n<title>%s</title><h1>%s</h1>\n", status,
+    char page[sizeof page_head + 128];
+    vel_snprintf(page, sizeof page, "%s<title>%s</title>\n<h1>%s</h1>\n", page_head, status,
                  status);
     send_page(request, status, extra, page);
 }
@@ -219,20 +239,35 @@ static void send_file(struct request *request, const char *path)
         close(file);
 }
 
-static void put_entry(FILE *page, const char *directory, const char *name)
+static void put_size(FILE *page, double bytes)
+{
+    static const char *const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
+    size_t unit = 0;
+    for (; bytes >= 1023.5 && unit < 4; unit++)
+        bytes /= 1024;
+    fprintf(page, unit == 0 || bytes >= 9.95 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
+}
+
+/* Writes the row of an entry if it is a directory, or if it is none. */
+static void put_entry(FILE *page, const char *directory, const char *name, int isdirectory)
 {
     struct stat attributes;
+    struct tm modified;
+    char when[32] = "";
     char *path = vel_strdupf("%s/%s", directory, name);
-    if (path && stat(path, &attributes) == 0) { /* a link to nowhere is left out */
-        const char *slash = S_ISDIR(attributes.st_mode) ? "/" : "";
+    /* A link to nowhere is left out. */
+    if (path && stat(path, &attributes) == 0 && !S_ISDIR(attributes.st_mode) == !isdirectory) {
+        const char *slash = isdirectory ? "/" : "";
+        if (localtime_r(&attributes.st_mtime, &modified))
+            strftime(when, sizeof when, "%Y-%m-%d %H:%M", &modified);
         fputs("<tr><td><a href=\"", page);
         put_path(page, name);
         fprintf(page, "%s\">", slash);
         put_html(page, name);
         fprintf(page, "%s</a><td>", slash);
         if (S_ISREG(attributes.st_mode))
-            fprintf(page, "%lld", (long long)attributes.st_size);
-        fputc('\n', page);
+            put_size(page, (double)attributes.st_size);
+        fprintf(page, "<td>%s\n", when);
     }
     vel_free(path);
 }
@@ -246,20 +281,18 @@ static const char *put_listing(FILE *page, const char *path, const char *directo
     int count = scandir(directory, &entries, NULL, alphasort);
     if (count < 0)
         return status_of(errno);
-    fputs("<!DOCTYPE html>\n<meta charset=\"utf-8\">\n"
-          "<style>body { font: 1em sans-serif; margin: 2em } td { padding: .2em 2em .2em 0 } "
-          "td + td { text-align: right }</style>\n<title>",
-          page);
+    fprintf(page, "%s<title>", page_head);
     put_html(page, path);
     fputs("</title>\n<h1>", page);
     put_html(page, path);
     fputs("</h1>\n<table>\n", page);
-    for (int i = 0; i < count; i++) {
-        const char *name = entries[i]->d_name;
+    for (int i = 0; i < 2 * count; i++) { /* directories come first */
+        const char *name = entries[i % count]->d_name;
         if (strcmp(name, ".") != 0 && (strcmp(name, "..") != 0 || !isroot))
-            put_entry(page, directory, name);
-        free(entries[i]);
+            put_entry(page, directory, name, i < count);
     }
+    for (int i = 0; i < count; i++)
+        free(entries[i]);
     free(entries);
     fputs("</table>\n", page);
     return NULL;

@@ -187,7 +187,10 @@ def main(arguments):
     names = sys.argv[arguments + 1 :]
     loader = unittest.defaultTestLoader
     module = sys.modules["__main__"]
-    suite = loader.loadTestsFromNames(names, module) if names else loader.loadTestsFromModule(module)
+    if names:
+        suite = loader.loadTestsFromNames(names, module)
+    else:
+        suite = loader.loadTestsFromModule(module)
     result = unittest.TextTestRunner(resultclass=_Result, verbosity=2, stream=sys.stdout).run(suite)
     bad = {test.id() for test, _ in result.failures + result.errors}
     output = re.match(r"xml:(.+)", os.environ.get("GTEST_OUTPUT", ""))
