@@ -67,7 +67,12 @@ static bool vel_json_levels_grow(vel_json_levels *levels)
 static inline void vel_json_level_set_keynode(vel_json_level *level, void *keynode)
 {
     level->keynode = static_cast<veljsonnode *>(keynode);
-    level->value = level->keynode ? level->keynode->children : nullptr;
+    level->value = nullptr;
+    if (level->keynode) {
+        const veljsonnode *const valuenode = level->keynode->children;
+        VEL_ASSERT(valuenode != NULL);
+        level->value = valuenode;
+    }
 }
 
 /* Goes down into an object or an array, to its first value. Returns false without memory, which is
