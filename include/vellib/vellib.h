@@ -91,7 +91,9 @@
 #include <vellib/velhttpheaders.h>
 
 /* Digests and random */
+#include <vellib/velrandom.h>
 #include <vellib/velsha1.h>
 #include <vellib/velsha256.h>
+#include <vellib/veluuid.h>
 
 #endif
