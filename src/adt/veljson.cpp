@@ -36,10 +36,11 @@ static void vel_json_node_hash_destroy_cb(void *item, void *context)
         vel_json_node_destroy(keynode);
 }
 
-/* The entry of a key node in the hash is where the key node is. */
+/* The entry of a key node in the hash is where the key node is. What is no key node is left to the
+ * callback that destroys it. */
 static bool vel_json_keynode_is_pooled(const void *item)
 {
-    return static_cast<const veljsonnode *>(item)->pooled;
+    return item && static_cast<const veljsonnode *>(item)->pooled;
 }
 
 velstringhash *vel_json_node_hash_create(veljsonnode *objectnode)
