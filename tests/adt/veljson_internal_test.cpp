@@ -112,7 +112,7 @@ TEST_P(VeljsonDecode, Row)
 {
     log_capture log;
     const std::string text(GetParam().text);
-    char *decoded = vel_json_parser_parse_string_decode(text.data(), text.size());
+    char *decoded = vel_json_parser_parse_string_decode(text.data(), text.size(), nullptr);
     EXPECT_STREQ(decoded, GetParam().decoded);
     vel_free(decoded);
     log_lines expected;
@@ -268,6 +268,6 @@ TEST_F(VeljsonInternalDeathTest, Parser)
                                 HasSubstr("), function vel_json_parser_parse_string, file ")));
     EXPECT_DEATH(vel_json_parser_parse_number(&parser, &node),
                  asserts("ch == '-' || (ch >= '0' && ch <= '9')", "vel_json_parser_parse_number"));
-    EXPECT_DEATH(vel_json_parser_parse_string_decode(nullptr, 0),
+    EXPECT_DEATH(vel_json_parser_parse_string_decode(nullptr, 0, nullptr),
                  asserts("string != NULL", "vel_json_parser_parse_string_decode"));
 }

@@ -174,6 +174,44 @@ static const parse_row kParseRows[] = {
 
 INSTANTIATE_TEST_SUITE_P(Rows, VeljsonMemoryParse, testing::ValuesIn(kParseRows), row_name());
 
+/* With members, strings and elements enough for several chunks of memory. */
+static std::string long_text()
+{
+    std::string text = "{\"list\":[";
+    for (int i = 0; i < 2000; i++)
+        text += "1,\"a\\n\",[],";
+    text += "],\"text\":\"" + std::string(10000, 'x') + "\\n\",\"map\":{";
+    for (int i = 0; i < 20; i++)
+        text += "\"key" + std::to_string(i) + "\":{\"a\":" + std::to_string(i) + "},";
+    return text + "}}";
+}
+
+TEST(VeljsonMemory, ParsingALongTextLeavesTheDocumentEmpty)
+{
+    const std::string text = long_text();
+    log_capture log;
+    json_document document;
+    size_t failures = 0;
+    warm_log(log);
+    for (bool accepted = false; !accepted;) {
+        {
+            malloc_watch watch(++failures);
+            accepted = vel_json_parse(document, text.c_str()) == 0;
+        }
+        ASSERT_LT(failures, 1000u);
+        const log_lines lines = json_lines(log);
+        ASSERT_EQ(lines.empty(), accepted);
+        ASSERT_EQ(document.root() == nullptr, !accepted);
+        if (!accepted) {
+            EXPECT_THAT(expected_of({{kContext}, {kNode}, {kHash}, {kDecoded}, {kAdd}}),
+                        testing::Contains(log_lines{lines[0]}));
+        }
+    }
+    EXPECT_GT(failures, 30u);
+    json_document other(text);
+    EXPECT_EQ(json_text_of(document), json_text_of(other));
+}
+
 /* ---- Setting and adding ---- */
 
 struct change_row {
@@ -552,11 +590,29 @@ static bool document_life(veljson *document, veljson *source)
     return good;
 }
 
+/* What is changed lies in other memory than what was parsed. */
+static bool change_long(veljson *document, veljson *source)
+{
+    static const std::string kText = long_text();
+    veljsonnode *root = nullptr, *list = nullptr, *element = nullptr, *other = nullptr;
+    if (vel_json_parse(document, kText.c_str()) != 0 ||
+        vel_json_fetch_node(document, &root, nullptr) != 0 ||
+        vel_json_fetch_node(source, &other, nullptr) != 0 ||
+        vel_json_fetch_node(document, &list, "list", nullptr) != 0 ||
+        vel_json_fetch_node(document, &element, "list", "#", 1ul, nullptr) != 0)
+        return false;
+    veljsonnode *const map = vel_json_node_object_add(document, root, "map");
+    return map && vel_json_node_set_string(document, element, "b") == VEL_ERROR_NONE &&
+           vel_json_node_copy_node(document, element, source, other) == VEL_ERROR_NONE &&
+           vel_json_node_set_object(document, list) == VEL_ERROR_NONE &&
+           vel_json_node_set_integer(document, root, 1) == VEL_ERROR_NONE;
+}
+
 static bool json_life()
 {
     veljson *document = vel_json_create();
     veljson *source = document ? vel_json_create() : nullptr;
-    const bool good = source && document_life(document, source);
+    const bool good = source && document_life(document, source) && change_long(source, document);
     if (source)
         vel_json_destroy(source);
     if (document)

@@ -239,7 +239,9 @@ class VeljsonModel : public testing::Test {
     {
         if (model.type != VEL_JSON_TYPE_ARRAY && model.type != VEL_JSON_TYPE_OBJECT)
             return;
-        ASSERT_EQ(vel_json_parse(document, document.output().c_str()), 0);
+        /* A long text is kept in memory in another way than a short one. */
+        const std::string blanks(below(2) ? 20000 : 0, ' ');
+        ASSERT_EQ(vel_json_parse(document, (blanks + document.output()).c_str()), 0);
         model = written_and_parsed(model);
     }
 

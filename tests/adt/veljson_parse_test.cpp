@@ -29,21 +29,35 @@ static void PrintTo(const parse_row &row, std::ostream *out)
     *out << json_visible(row.text);
 }
 
-class VeljsonParse : public testing::TestWithParam<parse_row> {};
+class VeljsonParse : public testing::TestWithParam<parse_row> {
+  protected:
+    /* With some white space before the text. */
+    static void expect_row(size_t blanks)
+    {
+        const parse_row &row = GetParam();
+        log_capture log;
+        json_document document("[true]");
+        log.clear();
+        const int result = vel_json_parse(document, (std::string(blanks, ' ') + row.text).c_str());
+        const log_lines logged = json_lines(log);
+        EXPECT_EQ(result, row.value.empty() ? -1 : 0);
+        EXPECT_EQ(json_text_of(document), row.value);
+        log_lines expected;
+        for (const line &each : row.lines)
+            expected.push_back(json_line(each.level, each.text));
+        EXPECT_EQ(logged, expected);
+    }
+};
 
 TEST_P(VeljsonParse, Row)
 {
-    log_capture log;
-    json_document document("[true]");
-    log.clear();
-    const int result = vel_json_parse(document, GetParam().text.c_str());
-    const log_lines logged = json_lines(log);
-    EXPECT_EQ(result, GetParam().value.empty() ? -1 : 0);
-    EXPECT_EQ(json_text_of(document), GetParam().value);
-    log_lines expected;
-    for (const line &each : GetParam().lines)
-        expected.push_back(json_line(each.level, each.text));
-    EXPECT_EQ(logged, expected);
+    expect_row(0);
+}
+
+/* A long text is kept in memory in another way than a short one. */
+TEST_P(VeljsonParse, RowInALongText)
+{
+    expect_row(20000);
 }
 
 static const line kElement = {13, "unable to parse an array element"};
