@@ -46,11 +46,12 @@
 
 /* Documents */
 #include <vellib/veljson.h>
-/* Documents and wide characters */
+#include <vellib/velxml.h>
+
+/* Wide characters */
+#include <vellib/velpunycode_wchar.h>
 #include <vellib/velwchar.h>
 #include <vellib/velwcs.h>
-#include <vellib/velpunycode_wchar.h>
-#include <vellib/velxml.h>
 
 /* Concurrency and time */
 #include <vellib/velcond.h>

@@ -171,49 +171,70 @@ static size_t VEL_WCHAR(read_wide)(const wchar_t *wide, uint32_t *valueptr)
     return 2;
 }
 
-/* What a kernel does not take, a pair of surrogates for instance, need not be wrong, so it gets
+/* Where the bytes go. The position counts on behind the end of the room. */
+struct vel_wchar_output {
+    char *utf8; /* NULL to measure */
+    size_t capacity;
+    size_t pos;
+};
+
+/* Converts from the place *takenptr up to end, and the second surrogate of a pair that stands
+ * across it. Returns false after logging what is wrong. */
+static bool VEL_WCHAR(write)(vel_wchar_output *output, const wchar_t *wstring, size_t *takenptr,
+                             size_t end)
+{
+    while (*takenptr < end) {
+        uint32_t value;
+        const size_t step = VEL_WCHAR(read_wide)(wstring + *takenptr, &value);
+        if (step == 0)
+            return false;
+        const size_t len = VEL_WCHAR(utf8_length)(value);
+        if (len == 0) {
+            VEL_LOG(6, "invalid wide character 0x%08x", value);
+            output->pos = 0;
+            return false;
+        }
+        if (output->pos < output->capacity && len <= output->capacity - output->pos) {
+            const size_t len2 = VEL_WCHAR(utf8_convert)(output->utf8 + output->pos, value);
+            VEL_ASSERT(len2 == len);
+        }
+        output->pos += len;
+        *takenptr += step;
+    }
+    return true;
+}
+
+/* The end of the string is looked for in pieces that are still in the cache when the kernel comes.
+ * What a kernel does not take, a pair of surrogates for instance, need not be wrong, so it gets
  * another turn behind a few characters of the plain loop. */
 int VEL_WCHAR(to_utf8_buffer)(const vel_widekernels *kernels, char *utf8, size_t *utf8lenptr,
-                              const wchar_t *wstring, size_t wstringlen)
+                              const wchar_t *wstring)
 {
     VEL_ASSERT(utf8 != NULL || *utf8lenptr == 0);
     VEL_ASSERT(wstring != NULL);
 
-    const size_t capacity = *utf8lenptr;
-    size_t utf8pos = 0, taken = 0;
-    while (taken < wstringlen) {
-        if (!utf8 || utf8pos < capacity) {
+    static constexpr size_t piece = 4096, turn = 16;
+    vel_wchar_output output = {utf8, *utf8lenptr, 0};
+    size_t taken = 0, end = wcsnlen(wstring, piece);
+    bool valid = true;
+    while (valid && taken < end) {
+        if (!utf8 || output.pos < output.capacity) {
             size_t count;
-            taken += kernels->to_utf8(utf8 ? utf8 + utf8pos : nullptr, capacity - utf8pos,
-                                      wstring + taken, wstringlen - taken, &count);
-            utf8pos += count;
+            taken +=
+                kernels->to_utf8(utf8 ? utf8 + output.pos : nullptr, output.capacity - output.pos,
+                                 wstring + taken, end - taken, &count);
+            output.pos += count;
         }
-        const size_t turnend = wstringlen - taken > 16 ? taken + 16 : wstringlen;
-        while (taken < turnend) {
-            uint32_t value;
-            const size_t step = VEL_WCHAR(read_wide)(wstring + taken, &value);
-            if (step == 0) {
-                *utf8lenptr = utf8pos;
-                return -1;
-            }
-            const size_t len = VEL_WCHAR(utf8_length)(value);
-            if (len == 0) {
-                VEL_LOG(6, "invalid wide character 0x%08x", value);
-                *utf8lenptr = 0;
-                return -1;
-            }
-            if (utf8 && utf8pos < capacity && len <= capacity - utf8pos) {
-                const size_t len2 = VEL_WCHAR(utf8_convert)(utf8 + utf8pos, value);
-                VEL_ASSERT(len2 == len);
-            }
-            utf8pos += len;
-            taken += step;
-        }
+        valid = VEL_WCHAR(write)(&output, wstring, &taken, end - taken > turn ? taken + turn : end);
+        if (valid && taken >= end)
+            end = taken + wcsnlen(wstring + taken, piece);
     }
-    *utf8lenptr = utf8pos;
-    if (utf8pos >= capacity)
+    *utf8lenptr = output.pos;
+    if (!valid)
+        return -1;
+    if (output.pos >= output.capacity)
         return 1;
-    utf8[utf8pos] = '\0';
+    utf8[output.pos] = '\0';
     return 0;
 }
 
@@ -225,16 +246,15 @@ size_t VEL_WCHAR(strlen)(const wchar_t *wstring)
 char *VEL_WCHAR(to_utf8)(const wchar_t *wstring)
 {
     const vel_widekernels *kernels = vel_widekernels_best();
-    const size_t wstringlen = wstring ? wcslen(wstring) : 0;
     size_t len = 0;
-    if (VEL_WCHAR(to_utf8_buffer)(kernels, nullptr, &len, wstring, wstringlen) == -1)
+    if (VEL_WCHAR(to_utf8_buffer)(kernels, nullptr, &len, wstring) == -1)
         return nullptr;
 
     size_t utf8len = len + 1;
     auto *utf8 = static_cast<char *>(vel_malloc(utf8len));
     if (!utf8)
         return nullptr;
-    const int error = VEL_WCHAR(to_utf8_buffer)(kernels, utf8, &utf8len, wstring, wstringlen);
+    const int error = VEL_WCHAR(to_utf8_buffer)(kernels, utf8, &utf8len, wstring);
     VEL_ASSERT(error == 0);
     return utf8;
 }

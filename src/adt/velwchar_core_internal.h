@@ -16,11 +16,10 @@ int vel_punycode_wchar_buffer_from_utf8_with(const vel_widekernels *kernels, wch
 
 /* utf8        may be NULL if *utf8lenptr is 0: then it measures.
  * utf8lenptr  holds the room in bytes, with the NUL, and receives the length without it. With a
- *             surrogate that has no partner it is the length so far, with what is no code point 0.
- * wstring     ends in a zero; len is its length before that. */
+ *             surrogate that has no partner it is the length so far, with what is no code point 0. */
 int vel_wchar_to_utf8_buffer(const vel_widekernels *kernels, char *utf8, size_t *utf8lenptr,
-                             const wchar_t *wstring, size_t len);
+                             const wchar_t *wstring);
 int vel_punycode_wchar_to_utf8_buffer(const vel_widekernels *kernels, char *utf8,
-                                      size_t *utf8lenptr, const wchar_t *wstring, size_t len);
+                                      size_t *utf8lenptr, const wchar_t *wstring);
 
 #endif

@@ -265,13 +265,19 @@ VEL_AVX2 static inline __m256i vel_avx2_utf8_lengths(__m256i wide)
     return _mm256_sub_epi32(lengths, _mm256_cmpgt_epi32(wide, _mm256_set1_epi32(0xffff)));
 }
 
-VEL_AVX2 static inline size_t vel_avx2_sum(__m256i numbers)
+/* The mask of those of 8 characters that are above a limit. */
+VEL_AVX2 static inline unsigned vel_avx2_above(__m256i wide, int limit)
 {
-    __m128i sum =
-        _mm_add_epi32(_mm256_castsi256_si128(numbers), _mm256_extracti128_si256(numbers, 1));
-    sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0x4e));
-    sum = _mm_add_epi32(sum, _mm_shuffle_epi32(sum, 0xb1));
-    return static_cast<size_t>(_mm_cvtsi128_si32(sum));
+    const __m256i above = _mm256_cmpgt_epi32(wide, _mm256_set1_epi32(limit));
+    return static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(above)));
+}
+
+/* How many bytes 8 characters need. */
+VEL_AVX2 static inline size_t vel_avx2_utf8_length(__m256i wide)
+{
+    const unsigned further = vel_avx2_above(wide, 0x7f) | vel_avx2_above(wide, 0x7ff) << 8 |
+                             vel_avx2_above(wide, 0xffff) << 16;
+    return 8 + static_cast<size_t>(_mm_popcnt_u32(further));
 }
 
 /* The bytes of 8 characters, each from the front of its four places on. They are made at the
@@ -329,10 +335,13 @@ VEL_AVX2 static size_t vel_avx2_to_utf8(char *dest, size_t room, const wchar_t *
         }
         if (!vel_avx2_wide_valid(values))
             break;
+        if (!dest) {
+            written += vel_avx2_utf8_length(values);
+            continue;
+        }
         const __m256i lengths = vel_avx2_utf8_lengths(values);
-        written += dest ? vel_avx2_write_utf8(dest + written, vel_avx2_utf8_bytes(values, lengths),
-                                              lengths)
-                        : vel_avx2_sum(lengths);
+        written +=
+            vel_avx2_write_utf8(dest + written, vel_avx2_utf8_bytes(values, lengths), lengths);
     }
     *writtenptr = written;
     return taken;

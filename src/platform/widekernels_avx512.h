@@ -66,16 +66,22 @@ static constexpr auto vel_avx512_second_span = vel_avx512_fill<uint8_t, 64>([](s
     return first == 0xf0 ? 0x2f : first == 0xf4 ? 0x0f : 0x3f;
 });
 
-/* What there is in 64 bytes of UTF-8 that begin with a character. */
-struct vel_avx512_step {
-    bool valid;     /* as far as the characters are complete */
-    size_t len;     /* of all that are complete */
-    uint64_t first; /* their first bytes */
-};
+/* How many of 64 valid bytes belong to characters that are complete. The branches are foreseen, so
+ * that a step need not wait for the masks of the one before it. */
+static inline size_t vel_avx512_complete(const char *utf8)
+{
+    static constexpr unsigned char cut[] = {0, 0xc0, 0xe0, 0xf0};
+    for (size_t back = 1; back <= 3; back++)
+        if (static_cast<unsigned char>(utf8[64 - back]) >= cut[back])
+            return 64 - back;
+    return 64;
+}
 
-/* Each byte has to be a second, third or fourth one just where a byte before it asks for that, and
- * a second byte has to lie in the range that the first one gives. */
-VEL_AVX512 static inline vel_avx512_step vel_avx512_check(__m512i text)
+/* Tells whether 64 bytes that begin with a character are valid, as far as their characters are
+ * complete, and where a character begins. Each byte has to be a second, third or fourth one just
+ * where a byte before it asks for that, and a second byte has to lie in the range that the first
+ * one gives. */
+VEL_AVX512 static inline bool vel_avx512_check(__m512i text, uint64_t *firstptr)
 {
     static constexpr auto behind = vel_avx512_fill<uint8_t, 64>([](size_t i) { return i + 1; });
 
@@ -91,11 +97,8 @@ VEL_AVX512 static inline vel_avx512_step vel_avx512_check(__m512i text)
         from2 & ~UINT64_C(0) >> 1, second,
         _mm512_permutexvar_epi8(text, vel_avx512_load(vel_avx512_second_span)));
 
-    const uint64_t cut =
-        (from2 & UINT64_C(1) << 63) | (from3 & UINT64_C(1) << 62) | (from4 & UINT64_C(1) << 61);
-    const size_t len = _tzcnt_u64(cut);
-    return {!(bad | (further ^ (from2 << 1 | from3 << 2 | from4 << 3))), len,
-            ~further & vel_avx512_mask(len)};
+    *firstptr = ~further;
+    return !(bad | (further ^ (from2 << 1 | from3 << 2 | from4 << 3)));
 }
 
 /* The characters whose first bytes stand in text where the 16 lowest bytes from the place in
@@ -163,15 +166,17 @@ VEL_AVX512 static size_t vel_avx512_to_wide(wchar_t *dest, size_t room, const ch
             written += 64;
             continue;
         }
-        const vel_avx512_step step = vel_avx512_check(text);
-        const size_t steplen = step.len < rest ? step.len : rest;
-        const uint64_t first = step.first & vel_avx512_mask(steplen);
+        uint64_t first;
+        if (!vel_avx512_check(text, &first))
+            break;
+        const size_t step = rest < 64 ? rest : vel_avx512_complete(utf8 + taken);
+        first &= vel_avx512_mask(step);
         const auto count = static_cast<size_t>(_mm_popcnt_u64(first));
-        if (!step.valid || (dest && room - written < count))
+        if (dest && room - written < count)
             break;
         if (dest)
             vel_avx512_write_wide(dest + written, text, first, count);
-        taken += steplen;
+        taken += step;
         written += count;
     }
     *writtenptr = written;
@@ -214,12 +219,35 @@ VEL_AVX512 static inline size_t vel_avx512_utf8_length(__m512i wide)
     return static_cast<size_t>(16 + _mm_popcnt_u64(from2 | from3 << 16 | from4 << 32));
 }
 
+VEL_AVX512 static inline bool vel_avx512_wide_ascii(const wchar_t *wide)
+{
+    const __m512i all = _mm512_or_si512(
+        _mm512_or_si512(_mm512_loadu_si512(wide), _mm512_loadu_si512(wide + 16)),
+        _mm512_or_si512(_mm512_loadu_si512(wide + 32), _mm512_loadu_si512(wide + 48)));
+    return !_mm512_test_epi32_mask(all, _mm512_set1_epi32(~0x7f));
+}
+
+VEL_AVX512 static inline void vel_avx512_write_narrow(char *dest, const wchar_t *wide)
+{
+    for (size_t done = 0; done < 64; done += 16)
+        _mm_storeu_si128(static_cast<__m128i *>(static_cast<void *>(dest + done)),
+                         _mm512_cvtepi32_epi8(_mm512_loadu_si512(wide + done)));
+}
+
 /* A short last step is filled up with NULs, whose bytes are then left out. */
 VEL_AVX512 static size_t vel_avx512_to_utf8(char *dest, size_t room, const wchar_t *wide,
                                             size_t len, size_t *writtenptr)
 {
     size_t taken = 0, written = 0;
     while (taken < len) {
+        if (len - taken >= 64 && (!dest || room - written >= 64) &&
+            vel_avx512_wide_ascii(wide + taken)) {
+            if (dest)
+                vel_avx512_write_narrow(dest + written, wide + taken);
+            taken += 64;
+            written += 64;
+            continue;
+        }
         const size_t rest = len - taken < 16 ? len - taken : 16;
         const auto mask = static_cast<__mmask16>(vel_avx512_mask(rest));
         const __m512i values = _mm512_maskz_loadu_epi32(mask, wide + taken);
@@ -227,11 +255,6 @@ VEL_AVX512 static size_t vel_avx512_to_utf8(char *dest, size_t room, const wchar
             break;
         if (!dest) {
             written += vel_avx512_utf8_length(values) - (16 - rest);
-        } else if (rest == 16 && room - written >= 16 &&
-                   !_mm512_cmpge_epu32_mask(values, _mm512_set1_epi32(0x80))) {
-            _mm_storeu_si128(static_cast<__m128i *>(static_cast<void *>(dest + written)),
-                             _mm512_cvtepi32_epi8(values));
-            written += 16;
         } else {
             __m512i bytes;
             const uint64_t keep = vel_avx512_utf8_bytes(&bytes, values) & vel_avx512_mask(rest * 4);
