@@ -215,9 +215,13 @@ int VEL_WCHAR(to_utf8_buffer)(const vel_widekernels *kernels, char *utf8, size_t
 
     static constexpr size_t piece = 4096, turn = 16;
     vel_wchar_output output = {utf8, *utf8lenptr, 0};
-    size_t taken = 0, end = wcsnlen(wstring, piece);
+    size_t taken = 0, end = 0, len = piece;
     bool valid = true;
-    while (valid && taken < end) {
+    while (valid && (taken < end || len == piece)) {
+        if (taken >= end) {
+            len = wcsnlen(wstring + taken, piece);
+            end = taken + len;
+        }
         if (!utf8 || output.pos < output.capacity) {
             size_t count;
             taken +=
@@ -226,8 +230,6 @@ int VEL_WCHAR(to_utf8_buffer)(const vel_widekernels *kernels, char *utf8, size_t
             output.pos += count;
         }
         valid = VEL_WCHAR(write)(&output, wstring, &taken, end - taken > turn ? taken + turn : end);
-        if (valid && taken >= end)
-            end = taken + wcsnlen(wstring + taken, piece);
     }
     *utf8lenptr = output.pos;
     if (!valid)
