@@ -146,12 +146,9 @@ void vel_http_timeout_reset(velhttp *velhttp, int *secondsptr, unsigned int *mic
 /* Checks all three timers; leftptr receives the smallest remainder. */
 static vel_error_t vel_http_check_timers(velhttprequest *request, vel_http_remainder *leftptr)
 {
-    veltimeout *veltimeout = request->veltimeout;
-    VEL_ASSERT(veltimeout != NULL);
-
     vel_error_t result = VEL_ERROR_NONE;
     vel_http_remainder left = {};
-    if (vel_timeout_check(veltimeout, &left.seconds, &left.microseconds) == 1) {
+    if (vel_timeout_check(request->veltimeout, &left.seconds, &left.microseconds) == 1) {
         VEL_LOG(7, "the full transfer timer expired");
         result = VEL_ERROR_TIMER_EXPIRED;
     }
@@ -176,8 +173,11 @@ vel_error_t vel_http_timeout_check(velhttp *velhttp, int *secondsptr, unsigned i
     vel_http_remainder left = {-1, 0};
     velhttprequest *request =
         vel_http_get_active_request(velhttp, "vel_http_timeout_check: no active request set");
-    if (request)
+    if (request) {
+        const veltimeout *veltimeout = request->veltimeout;
+        VEL_ASSERT(veltimeout != NULL);
         result = vel_http_check_timers(request, &left);
+    }
     if (secondsptr)
         *secondsptr = left.seconds;
     if (microsecondsptr)
