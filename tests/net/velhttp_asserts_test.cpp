@@ -131,6 +131,19 @@ TEST_F(VelhttpDeathTest, Setters)
 TEST_F(VelhttpDeathTest, Getters)
 {
     int seconds;
+    char *body;
+    EXPECT_DEATH(vel_http_get_response_header(http, nullptr),
+                 asserts("name != NULL", "vel_http_get_response_header"));
+    EXPECT_DEATH(vel_http_get_response_header_int(http, nullptr, nullptr),
+                 asserts("name != NULL", "vel_http_get_response_header_int"));
+    EXPECT_DEATH(vel_http_get_response_header_int(http, "a", nullptr),
+                 asserts("valueptr != NULL", "vel_http_get_response_header_int"));
+    EXPECT_DEATH(vel_http_get_response_body(http, nullptr),
+                 asserts("bodyptr != NULL", "vel_http_get_response_body"));
+    EXPECT_DEATH(vel_http_get_response_body_and_size(http, nullptr, nullptr),
+                 asserts("bodyptr != NULL", "vel_http_get_response_body_and_size"));
+    EXPECT_DEATH(vel_http_get_response_body_and_size(http, &body, nullptr),
+                 asserts("sizeptr != NULL", "vel_http_get_response_body_and_size"));
     EXPECT_DEATH(vel_http_get_request_body(http, nullptr),
                  asserts("bodylenptr != NULL", "vel_http_get_request_body"));
     EXPECT_DEATH(vel_http_get_header(http, nullptr, nullptr),
@@ -145,5 +158,5 @@ TEST_F(VelhttpDeathTest, WithoutAnActiveRequest)
 {
     EXPECT_DEATH(vel_http_set_status_code(http, 200),
                  asserts("velhttprequest != NULL", "vel_http_set_status_code"));
-    EXPECT_DEATH(vel_http_get_method(http), testing::HasSubstr("function vel_http_get_method"));
+    EXPECT_DEATH(vel_http_get_method(http), asserts("activereq != NULL", "vel_http_get_method"));
 }

@@ -352,6 +352,22 @@ TEST_F(VelhttpLite, BodyComesInPiecesOfTheBufferAtMost)
     EXPECT_LE(*std::max_element(sizes.begin(), sizes.end()), kBuffer);
 }
 
+/* However much one read has brought. */
+TEST_F(VelhttpLite, BodyCallbackAbortsBehindTheFirstPiece)
+{
+    std::pair<velhttp *, size_t> context = {http, 0};
+    const auto abort = [](const void *, size_t size, void *given) -> vel_error_t {
+        auto *called = static_cast<std::pair<velhttp *, size_t> *>(given);
+        vel_http_abort(called->first);
+        called->second += size;
+        return VEL_ERROR_NONE;
+    };
+    vel_http_set_response_body_callback(http, abort, &context);
+    EXPECT_EQ(fetch_answer(http_answer("200 OK", "", pattern(100000))), VEL_ERROR_CANCELED);
+    EXPECT_GT(context.second, 0u);
+    EXPECT_LE(context.second, kBuffer);
+}
+
 TEST_F(VelhttpLite, BodyCallbackFails)
 {
     const auto fail = [](const void *, size_t, void *) -> vel_error_t { return VEL_ERROR_QUOTA; };
