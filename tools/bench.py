@@ -5,8 +5,10 @@ DIRECTORY has the built benchmarks, bench-<area>. Each measures its contenders i
 process and prints tab-separated tables (bench/bench.h): a line "# unit", the library, the peers, and
 then a row a case, where smaller is better. The ratio is the peer's value over ours: above 1, ours is
 better. For each area this prints a table, and writes it with a chart to build/bench/<area>.md and
-.svg."""
+.svg. With --record before the areas the tables also go into docs/performance.md, between the marks
+"<!-- bench: AREA -->" and "<!-- end -->"."""
 import pathlib
+import re
 import subprocess
 import sys
 from xml.sax.saxutils import escape
@@ -61,12 +63,23 @@ def chart(area, tables):
     return "\n".join(out)
 
 
+def record(area, text):
+    page = pathlib.Path("docs/performance.md")
+    marked = re.compile(rf"(<!-- bench: {area} -->\n).*?(<!-- end -->)", re.S)
+    content, count = marked.subn(lambda match: f"{match[1]}\n{text}\n\n{match[2]}", page.read_text())
+    if count != 1:
+        sys.exit(f"{page} has no place for {area}")
+    page.write_text(content)
+
+
 def main():
     directory = pathlib.Path(sys.argv[1])
+    recording = "--record" in sys.argv[2:]
+    areas = [word for word in sys.argv[2:] if word != "--record"]
     programs = {p.name.removeprefix("bench-"): p for p in sorted(directory.glob("bench-*")) if p.is_file()}
     output = pathlib.Path("build/bench")
     output.mkdir(parents=True, exist_ok=True)
-    for area in sys.argv[2:] or list(programs):
+    for area in areas or list(programs):
         if area not in programs:
             sys.exit(f"bench: '{area}' is none of: {' '.join(programs)}")
         print(f"\n{area}", flush=True)
@@ -75,6 +88,8 @@ def main():
         print(text, flush=True)
         (output / f"{area}.md").write_text(text + "\n")
         (output / f"{area}.svg").write_text(chart(area, tables) + "\n")
+        if recording:
+            record(area, text)
     print(f"\ntables and charts: {output}")
 
 

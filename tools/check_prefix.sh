@@ -33,6 +33,13 @@ for source in "$root"/examples/*.c; do
     ldd "$work/$name-static" | grep -E 'vellib|stdc\+\+' && { echo "$name-static is not static"; exit 1; }
 done
 
+# The first program of the README compiles as it stands there, and says why it fails.
+sed -n '/^```c$/,/^```$/{/^```/d;p}' "$root/README.md" >"$work/first.c"
+# shellcheck disable=SC2046
+cc -std=c99 -Wall -Wextra -Werror "$work/first.c" $(pkg-config --cflags --libs vellib) -o "$work/first"
+(cd "$work" && LD_LIBRARY_PATH=$libdir ./first 2>first.log | grep -qxE '[a-z ]+' && grep -q 'net/' first.log) ||
+    { echo 'the first program of the README does not do what it says'; exit 1; }
+
 for kind in OFF ON; do
     cmake -S "$root/examples" -B "$work/cmake-$kind" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
         -DVEL_EXAMPLES_STATIC=$kind >/dev/null
