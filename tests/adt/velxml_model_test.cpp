@@ -225,7 +225,7 @@ class VelxmlModel : public testing::Test {
 
     std::string random_letters()
     {
-        static const char letters[] = "<>/?= ab\"\n\t";
+        static const char letters[] = "<>/?= ab\"\n\t\r";
         std::string out;
         for (size_t left = pick(25); left > 0; left--)
             out.push_back(letters[pick(strlen(letters))]);
@@ -234,9 +234,10 @@ class VelxmlModel : public testing::Test {
 
     std::string random_pieces()
     {
-        static const char *const pieces[] = {
-            "<a>",     "<b>", "</a>", "</b>", "<a/>", "<b a=\"b\">", " ",  "\n",  "a",   "\t",
-            "<?a b?>", "<>",  "</>",  "<",    ">",    "</a",         "<b", "<a ", "<a>", "</a>"};
+        static const char *const pieces[] = {"<a>", "<b>", "</a>", "</b>", "<a/>", "<b a=\"b\">",
+                                             " ",   "\n",  "\r",   "a",    "\t",   "<?a b?>",
+                                             "<>",  "</>", "<",    ">",    "</a",  "<b",
+                                             "<a ", "<a>", "</a>"};
         std::string out;
         for (size_t left = pick(14); left > 0; left--)
             out += pieces[pick(std::size(pieces))];
@@ -257,7 +258,7 @@ class VelxmlModel : public testing::Test {
 
     std::string random_damaged()
     {
-        static const char letters[] = "<>/?= ab\"\n\t";
+        static const char letters[] = "<>/?= ab\"\n\t\r";
         std::string out = random_element(3);
         for (size_t left = pick(3); left > 0 && !out.empty(); left--) {
             const size_t at = pick(out.size());

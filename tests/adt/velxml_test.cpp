@@ -282,6 +282,32 @@ static const parse_row kSucceededByAChild[] = {
      "    x\n"
      "  </c>\n"
      "</r>\n"},
+    {"TheParentTakesWhatStoppedTheLevelAsItsValue",
+     "<a><b><c/></b>x<d>y</a>",
+     0,
+     {},
+     "<a>\n"
+     "  y\n"
+     "  <b>\n"
+     "    <c/c>\n"
+     "  </b>\n"
+     "  <d>\n"
+     "    x\n"
+     "  </d>\n"
+     "</a>\n"},
+    {"TheParentThatHasAValueStopsThereToo",
+     "<a>v<b><c/></b>x<d>y</a>",
+     0,
+     {},
+     "<a>\n"
+     "  v\n"
+     "  <b>\n"
+     "    <c/c>\n"
+     "  </b>\n"
+     "  <d>\n"
+     "    x\n"
+     "  </d>\n"
+     "</a>\n"},
     {"TheParentMeetsTheSameClose",
      "<r><a><b/></a>x<c>></r>",
      0,
@@ -306,7 +332,7 @@ TEST_P(VelxmlParse, Row)
 {
     const parse_row &row = GetParam();
     std::string text = row.text;
-    EXPECT_EQ(vel_xml_parse(document.xml, text.c_str()), row.result);
+    ASSERT_EQ(vel_xml_parse(document.xml, text.c_str()), row.result);
     text.assign(text.size(), '#'); /* the document has its own copy */
 
     std::vector<log_line> expected;
