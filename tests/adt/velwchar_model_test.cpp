@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -217,4 +218,38 @@ TYPED_TEST(VelwcharModel, NothingIsWrittenBehindTheArray)
         for (size_t i = points.size() + 1; i < capacity; i++)
             ASSERT_EQ(wide[i], -7) << capacity;
     }
+}
+
+/* Runs of each kind of character in any order, whole and with one byte changed. */
+TYPED_TEST(VelwcharModel, RandomTexts)
+{
+    static const uint32_t limits[] = {1, 0x80, 0x800, 0x10000, 0x110000};
+    std::mt19937 random{20261121};
+    size_t refused = 0;
+    for (int i = 0; i < 20000; i++) {
+        std::string text;
+        for (size_t runs = random() % 6; runs > 0; runs--) {
+            const size_t kind = random() % 4;
+            for (size_t left = random() % 40; left > 0; left--) {
+                const uint32_t range = limits[kind + 1] - limits[kind];
+                const uint32_t point = limits[kind] + static_cast<uint32_t>(random()) % range;
+                text += utf8_encode(is_surrogate(point) ? 0xFFFD : point);
+            }
+        }
+        if (i % 2 && !text.empty())
+            text[random() % text.size()] = static_cast<char>(1 + random() % 255);
+        const auto expected = utf8_decode(text);
+        wchar_t *wide = TypeParam::from_utf8(text.c_str());
+        ASSERT_EQ(wide != nullptr, expected.has_value()) << in_hex(text);
+        refused += !wide;
+        if (!wide)
+            continue;
+        ASSERT_EQ(TypeParam::strlen(wide), expected->size());
+        ASSERT_TRUE(std::equal(expected->begin(), expected->end(), wide)) << in_hex(text);
+        char *utf8 = TypeParam::to_utf8(wide);
+        ASSERT_EQ(utf8, text);
+        vel_free(wide);
+        vel_free(utf8);
+    }
+    EXPECT_GT(refused, 5000u);
 }
