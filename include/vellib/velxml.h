@@ -38,15 +38,16 @@ VEL_API void vel_xml_destroy(velxml *velxml);
  * can be queried.
  * Note: an end tag without a start tag ends the text; what stands behind it is not read.
  * Note: white space behind the last element makes an empty element without a name.
- * Note: text between a child element and the end tag of its parent, as in <a>x<b/>y</a>, aborts.
- * Do not parse what a stranger can write. */
+ * Note: text between a child element and the end tag of its parent, as in <a>x<b/>y</a>, aborts,
+ * and so does text in front of an end tag without a start tag. Do not parse what a stranger can
+ * write. */
 VEL_API int vel_xml_parse(velxml *velxml, const char *xml);
 
 /* Writes a parsed document, an element a line, indented by two blanks for each level.
  *
  * out  a stream of velfile.h or the platform. What fails in writing to it shows there alone.
  *
- * Returns 0. A document that is empty, or was parsed from an empty text, aborts.
+ * Returns 0. A document without any element aborts.
  *
  * Note: what is written is for a reader, and need not parse again: an element without text and
  * children ends in the first character of its name, so that <?xml ... ?> comes out right, but
