@@ -7,6 +7,7 @@
 #include <vellib/vellib.h>
 
 #include "support/jsontest.h"
+#include "support/logcapture.h"
 
 using namespace support;
 
@@ -31,6 +32,8 @@ static std::string work(int number)
 
 TEST(VeljsonThread, EachHasADocumentOfItsOwn)
 {
+    ASSERT_EQ(vel_log_init_threaded(), 0); /* the documents share the log */
+    log_capture log;
     std::vector<std::string> texts(4);
     std::vector<std::thread> threads;
     for (size_t i = 0; i < texts.size(); i++)
