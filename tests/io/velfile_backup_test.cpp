@@ -10,6 +10,7 @@
 #include <vellib/vellib.h>
 
 #include "support/filecalls.h"
+#include "support/filetest.h"
 #include "support/loadresult.h"
 #include "support/logcapture.h"
 #include "support/oom.h"
@@ -30,18 +31,6 @@ using support::refusal;
 using support::watch;
 using lines = std::vector<log_line>;
 using texts = std::vector<std::string>;
-
-class Velfile : public testing::Test {
-  protected:
-    /* Every line is to be taken by the test that causes it. */
-    void TearDown() override
-    {
-        EXPECT_EQ(log.take(), (lines{}));
-    }
-
-    support::temporary_directory temporary;
-    support::log_capture log;
-};
 
 /* The safe save */
 

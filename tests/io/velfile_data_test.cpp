@@ -11,6 +11,7 @@
 
 #include "support/assertion.h"
 #include "support/filecalls.h"
+#include "support/filetest.h"
 #include "support/loadresult.h"
 #include "support/logcapture.h"
 #include "support/platform_malloc.h"
@@ -32,20 +33,6 @@ using support::refusal;
 using support::watch;
 using lines = std::vector<log_line>;
 using texts = std::vector<std::string>;
-
-class Velfile : public testing::Test {
-  protected:
-    /* Every line is to be taken by the test that causes it. */
-    void TearDown() override
-    {
-        EXPECT_EQ(log.take(), (lines{}));
-    }
-
-    support::temporary_directory temporary;
-    support::log_capture log;
-};
-
-class VelfileDeathTest : public Velfile {};
 
 struct twin_case {
     const char *name;

@@ -12,6 +12,7 @@
 
 #include "support/assertion.h"
 #include "support/filecalls.h"
+#include "support/filetest.h"
 #include "support/logcapture.h"
 #include "support/rows.h"
 #include "support/tempdir.h"
@@ -22,36 +23,6 @@ using support::pretend;
 using support::watch;
 using lines = std::vector<log_line>;
 using texts = std::vector<std::string>;
-
-class Velfile : public testing::Test {
-  protected:
-    /* Every line is to be taken by the test that causes it. */
-    void TearDown() override
-    {
-        EXPECT_EQ(log.take(), (lines{}));
-    }
-
-    /* Opens a file with the ten digits for reading and writing. */
-    FILE *open_digits()
-    {
-        support::write_file("digits", "0123456789");
-        FILE *file = vel_file_update_binary("digits");
-        EXPECT_NE(file, nullptr);
-        return file;
-    }
-
-    support::temporary_directory temporary;
-    support::log_capture log;
-};
-
-class VelfileDeathTest : public Velfile {};
-
-static std::string take(FILE *file, size_t count)
-{
-    std::string buffer(count, '?');
-    buffer.resize(vel_file_read(file, buffer.data(), count));
-    return buffer;
-}
 
 /* Seeking */
 
