@@ -69,10 +69,12 @@ static void vel_shacore_update(typename Twin::context *context, const void *data
     }
 }
 
-static inline void vel_shacore_store(uint8_t *bytes, uint64_t value, size_t size)
+/* Unrolled, it becomes one store. */
+template <typename Number> static inline void vel_shacore_store(uint8_t *bytes, Number value)
 {
-    for (size_t i = 0; i < size; i++)
-        bytes[i] = static_cast<uint8_t>(value >> (8 * (size - 1 - i)));
+#pragma GCC unroll 8
+    for (size_t i = 0; i < sizeof(value); i++)
+        bytes[i] = static_cast<uint8_t>(value >> (8 * (sizeof(value) - 1 - i)));
 }
 
 /* Changes the state and the chunk, and neither chunkuse nor total. */
@@ -88,15 +90,16 @@ template <typename Twin> static void vel_shacore_finalize(typename Twin::context
         chunkuse = 0;
     }
     memset(context->chunk + chunkuse, 0, lengthpos - chunkuse);
-    vel_shacore_store(context->chunk + lengthpos, context->total * 8, sizeof(uint64_t));
+    vel_shacore_store(context->chunk + lengthpos, context->total * 8);
     Twin::process(context->h, context->chunk, 1);
 }
 
 template <typename Twin>
 static void vel_shacore_digest(const typename Twin::context *context, unsigned char *digest)
 {
+#pragma GCC unroll 8
     for (const uint32_t word : context->h) {
-        vel_shacore_store(digest, word, sizeof(word));
+        vel_shacore_store(digest, word);
         digest += sizeof(word);
     }
 }

@@ -2,10 +2,10 @@
 #define VELLIB_PLATFORM_SHAKERNELS_PLAIN_H
 
 /* The block steps for every processor. Rounds come in turns after which each variable has its old
- * part again, so that none is ever moved. */
+ * part again, so that none is ever moved. Of the message schedule only the last sixteen words are
+ * kept, in a ring. */
 
 #include <bit>
-#include <cstring>
 
 #include "platform/shakernels.h"
 
@@ -52,84 +52,103 @@ struct vel_sha1_last_parity : vel_sha1_parity {
     static constexpr uint32_t k = 0xca62c1d6;
 };
 
-template <typename Part>
+template <int t, typename Part>
 static inline void vel_sha1_round(uint32_t a, uint32_t &b, uint32_t c, uint32_t d, uint32_t &e,
-                                  uint32_t w)
+                                  uint32_t *w)
 {
-    e += std::rotl(a, 5) + Part::f(b, c, d) + Part::k + w;
+    if constexpr (t >= 16)
+        w[t % 16] = std::rotl(w[(t - 3) % 16] ^ w[(t - 8) % 16] ^ w[(t - 14) % 16] ^ w[t % 16], 1);
+    e += std::rotl(a, 5) + Part::f(b, c, d) + Part::k + w[t % 16];
     b = std::rotl(b, 30);
 }
 
-template <typename Part> static inline void vel_sha1_twenty(uint32_t *v, const uint32_t *w)
+/* Rounds from t to end. */
+template <int t, int end, typename Part>
+static inline void vel_sha1_rounds(uint32_t &a, uint32_t &b, uint32_t &c, uint32_t &d, uint32_t &e,
+                                   uint32_t *w)
 {
-    for (int t = 0; t < 20; t += 5) {
-        vel_sha1_round<Part>(v[0], v[1], v[2], v[3], v[4], w[t]);
-        vel_sha1_round<Part>(v[4], v[0], v[1], v[2], v[3], w[t + 1]);
-        vel_sha1_round<Part>(v[3], v[4], v[0], v[1], v[2], w[t + 2]);
-        vel_sha1_round<Part>(v[2], v[3], v[4], v[0], v[1], w[t + 3]);
-        vel_sha1_round<Part>(v[1], v[2], v[3], v[4], v[0], w[t + 4]);
-    }
+    vel_sha1_round<t, Part>(a, b, c, d, e, w);
+    vel_sha1_round<t + 1, Part>(e, a, b, c, d, w);
+    vel_sha1_round<t + 2, Part>(d, e, a, b, c, w);
+    vel_sha1_round<t + 3, Part>(c, d, e, a, b, w);
+    vel_sha1_round<t + 4, Part>(b, c, d, e, a, w);
+    if constexpr (t + 5 < end)
+        vel_sha1_rounds<t + 5, end, Part>(a, b, c, d, e, w);
 }
 
 static inline void vel_sha1_plain(uint32_t *h, const uint8_t *blocks, size_t count)
 {
     for (; count > 0; count--, blocks += 64) {
-        uint32_t w[80];
-        for (int t = 0; t < 16; t++)
-            w[t] = vel_sha_load(blocks + 4 * t);
-        for (int t = 16; t < 80; t++)
-            w[t] = std::rotl(w[t - 3] ^ w[t - 8] ^ w[t - 14] ^ w[t - 16], 1);
+        uint32_t w[16];
+        for (int i = 0; i < 16; i++)
+            w[i] = vel_sha_load(blocks + 4 * i);
 
-        uint32_t v[5] = {h[0], h[1], h[2], h[3], h[4]};
-        vel_sha1_twenty<vel_sha1_choose>(v, w);
-        vel_sha1_twenty<vel_sha1_parity>(v, w + 20);
-        vel_sha1_twenty<vel_sha1_majority>(v, w + 40);
-        vel_sha1_twenty<vel_sha1_last_parity>(v, w + 60);
-        for (int i = 0; i < 5; i++)
-            h[i] += v[i];
+        uint32_t a = h[0], b = h[1], c = h[2], d = h[3], e = h[4];
+        vel_sha1_rounds<0, 20, vel_sha1_choose>(a, b, c, d, e, w);
+        vel_sha1_rounds<20, 40, vel_sha1_parity>(a, b, c, d, e, w);
+        vel_sha1_rounds<40, 60, vel_sha1_majority>(a, b, c, d, e, w);
+        vel_sha1_rounds<60, 80, vel_sha1_last_parity>(a, b, c, d, e, w);
+        h[0] += a;
+        h[1] += b;
+        h[2] += c;
+        h[3] += d;
+        h[4] += e;
     }
 }
 
+/* Round t + i, t being that of the first of sixteen. The words of the first sixteen are there. */
+template <int i>
 static inline void vel_sha256_round(uint32_t a, uint32_t b, uint32_t c, uint32_t &d, uint32_t e,
-                                    uint32_t f, uint32_t g, uint32_t &h, uint32_t kw)
+                                    uint32_t f, uint32_t g, uint32_t &h, uint32_t *w, int t)
 {
+    if (t > 0) {
+        const uint32_t w15 = w[(i + 1) % 16];
+        const uint32_t w2 = w[(i + 14) % 16];
+        w[i] += (std::rotr(w15, 7) ^ std::rotr(w15, 18) ^ (w15 >> 3)) + w[(i + 9) % 16] +
+                (std::rotr(w2, 17) ^ std::rotr(w2, 19) ^ (w2 >> 10));
+    }
     const uint32_t sum1 = std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25);
     const uint32_t sum0 = std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22);
-    const uint32_t t1 = h + sum1 + (g ^ (e & (f ^ g))) + kw;
+    const uint32_t t1 = h + sum1 + (g ^ (e & (f ^ g))) + vel_sha256_k[t + i] + w[i];
     d += t1;
     h = t1 + sum0 + ((a & b) | (c & (a | b)));
 }
 
-static inline void vel_sha256_eight(uint32_t *v, const uint32_t *w, const uint32_t *k)
+template <int i>
+static inline void vel_sha256_eight(uint32_t &a, uint32_t &b, uint32_t &c, uint32_t &d, uint32_t &e,
+                                    uint32_t &f, uint32_t &g, uint32_t &h, uint32_t *w, int t)
 {
-    vel_sha256_round(v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], w[0] + k[0]);
-    vel_sha256_round(v[7], v[0], v[1], v[2], v[3], v[4], v[5], v[6], w[1] + k[1]);
-    vel_sha256_round(v[6], v[7], v[0], v[1], v[2], v[3], v[4], v[5], w[2] + k[2]);
-    vel_sha256_round(v[5], v[6], v[7], v[0], v[1], v[2], v[3], v[4], w[3] + k[3]);
-    vel_sha256_round(v[4], v[5], v[6], v[7], v[0], v[1], v[2], v[3], w[4] + k[4]);
-    vel_sha256_round(v[3], v[4], v[5], v[6], v[7], v[0], v[1], v[2], w[5] + k[5]);
-    vel_sha256_round(v[2], v[3], v[4], v[5], v[6], v[7], v[0], v[1], w[6] + k[6]);
-    vel_sha256_round(v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[0], w[7] + k[7]);
+    vel_sha256_round<i>(a, b, c, d, e, f, g, h, w, t);
+    vel_sha256_round<i + 1>(h, a, b, c, d, e, f, g, w, t);
+    vel_sha256_round<i + 2>(g, h, a, b, c, d, e, f, w, t);
+    vel_sha256_round<i + 3>(f, g, h, a, b, c, d, e, w, t);
+    vel_sha256_round<i + 4>(e, f, g, h, a, b, c, d, w, t);
+    vel_sha256_round<i + 5>(d, e, f, g, h, a, b, c, w, t);
+    vel_sha256_round<i + 6>(c, d, e, f, g, h, a, b, w, t);
+    vel_sha256_round<i + 7>(b, c, d, e, f, g, h, a, w, t);
 }
 
-static inline void vel_sha256_plain(uint32_t *h, const uint8_t *blocks, size_t count)
+static inline void vel_sha256_plain(uint32_t *state, const uint8_t *blocks, size_t count)
 {
     for (; count > 0; count--, blocks += 64) {
-        uint32_t w[64];
-        for (int t = 0; t < 16; t++)
-            w[t] = vel_sha_load(blocks + 4 * t);
-        for (int t = 16; t < 64; t++) {
-            const uint32_t w15 = w[t - 15];
-            const uint32_t w2 = w[t - 2];
-            w[t] = w[t - 16] + (std::rotr(w15, 7) ^ std::rotr(w15, 18) ^ (w15 >> 3)) + w[t - 7] +
-                   (std::rotr(w2, 17) ^ std::rotr(w2, 19) ^ (w2 >> 10));
+        uint32_t w[16];
+        for (int i = 0; i < 16; i++)
+            w[i] = vel_sha_load(blocks + 4 * i);
+
+        uint32_t a = state[0], b = state[1], c = state[2], d = state[3];
+        uint32_t e = state[4], f = state[5], g = state[6], h = state[7];
+        for (int t = 0; t < 64; t += 16) {
+            vel_sha256_eight<0>(a, b, c, d, e, f, g, h, w, t);
+            vel_sha256_eight<8>(a, b, c, d, e, f, g, h, w, t);
         }
-        uint32_t v[8];
-        memcpy(v, h, sizeof(v));
-        for (int t = 0; t < 64; t += 8)
-            vel_sha256_eight(v, w + t, vel_sha256_k + t);
-        for (int i = 0; i < 8; i++)
-            h[i] += v[i];
+        state[0] += a;
+        state[1] += b;
+        state[2] += c;
+        state[3] += d;
+        state[4] += e;
+        state[5] += f;
+        state[6] += g;
+        state[7] += h;
     }
 }
 

@@ -60,6 +60,7 @@ VEL_TARGET_SHANI static inline void vel_shani_sha1(uint32_t *h, const uint8_t *b
         const __m128i oldabcd = abcd;
         __m128i before = abcd;
         __m128i w[4];
+#pragma GCC unroll 4
         for (int i = 0; i < 4; i++)
             w[i] = _mm_shuffle_epi8(vel_shani_load(blocks + 16 * i), swap);
         vel_shani_sha1_twenty<0>(w, abcd, before, e0);
@@ -101,6 +102,7 @@ VEL_TARGET_SHANI static inline void vel_shani_sha256(uint32_t *h, const uint8_t 
         const __m128i oldabef = abef;
         const __m128i oldcdgh = cdgh;
         __m128i w[4];
+#pragma GCC unroll 4
         for (int i = 0; i < 4; i++)
             w[i] = _mm_shuffle_epi8(vel_shani_load(blocks + 16 * i), swap);
 #pragma GCC unroll 16
