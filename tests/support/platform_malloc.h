@@ -145,11 +145,12 @@ SUPPORT_OUTLINED SUPPORT_UNCHECKED void *realloc(void *pointer, size_t size)
 
 #if defined(SUPPORT_INTERCEPTOR)
 /* The leak check knows the blocks that the dynamic linker keeps by the caller of malloc, which is
- * this file now. */
+ * this file now. The linker goes by the name of its file: its functions have names only where the
+ * debug symbols of libc are installed. */
 const char *__lsan_default_suppressions(void);
 const char *__lsan_default_suppressions(void)
 {
-    return "leak:_dl_map_object_deps\nleak:_dl_open\n";
+    return "leak:ld-linux\nleak:_dl_map_object_deps\nleak:_dl_open\n";
 }
 
 const char *__lsan_default_options(void);
