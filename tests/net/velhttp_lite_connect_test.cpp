@@ -1,6 +1,7 @@
 /* The connect, with answers of addresses that the test makes up and a clock that moves with each
  * look at it. */
 
+#include <algorithm>
 #include <cerrno>
 #include <functional>
 #include <netdb.h>
@@ -19,9 +20,10 @@
 using lines = support::log_lines;
 using support::net_answer;
 
-/* While played, each reading of the wall clock takes a tenth of a second. */
+/* While played, each reading of the wall clock takes this many microseconds. */
 static bool played;
 static int64_t wallclock;
+static int64_t readtime;
 
 extern "C" int gettimeofday(struct timeval *time, void *zone) noexcept
 {
@@ -29,7 +31,7 @@ extern "C" int gettimeofday(struct timeval *time, void *zone) noexcept
         support::platform_function<int(struct timeval *, void *)>("gettimeofday");
     if (!played)
         return next(time, zone);
-    wallclock += 100000;
+    wallclock += readtime;
     *time = {static_cast<time_t>(wallclock / 1000000),
              static_cast<suseconds_t>(wallclock % 1000000)};
     return 0;
@@ -67,6 +69,7 @@ class VelhttpLiteConnect : public support::net_test {
     {
         played = true;
         wallclock = 1000000000000000;
+        readtime = 100000;
         http = vel_http_lite_create();
         ASSERT_NE(http, nullptr);
     }
@@ -202,6 +205,32 @@ TEST_F(VelhttpLiteConnect, RefusedBehindATick)
     EXPECT_EQ(fetch(), VEL_ERROR_CONNECTION_REFUSED);
     EXPECT_EQ(logged_but_ticks(),
               lines{lite(7, "connection failed, error 111 (connection refused)")});
+}
+
+/* Where every look at the clock takes longer than a tick, each check is a call: one before the first
+ * wait, one behind it, and one behind each wait for a tick, also behind the last. */
+TEST_F(VelhttpLiteConnect, EachCheckOfTheTick)
+{
+    progress download;
+    readtime = 2000000;
+    vel_http_set_idle_timeout(http, -1, 0);
+    vel_http_set_download_progress_callback(http, progress::callback, &download);
+    const support::log_line refused = lite(7, "connection failed, error 111 (connection refused)");
+
+    answers(net_answer::later, ECONNREFUSED);
+    EXPECT_EQ(fetch(), VEL_ERROR_CONNECTION_REFUSED);
+    EXPECT_EQ(logged(), (lines{kDue, kDue, refused}));
+
+    download.action = [&, dues = 0](int) mutable {
+        const lines said = logged();
+        dues += static_cast<int>(std::count(said.begin(), said.end(), kDue));
+        if (dues == 3)
+            shim_.answer({"127.0.0.1", net_answer::later, ECONNREFUSED});
+        return 0;
+    };
+    answers(net_answer::silent);
+    EXPECT_EQ(fetch(), VEL_ERROR_CONNECTION_REFUSED);
+    EXPECT_EQ(logged(), lines{refused}) << "the due ones were counted";
 }
 
 /* An abort is seen when the connect is over. */

@@ -285,6 +285,47 @@ TEST_F(VelhttpLitePlayed, UploadIsToldWithEachTick)
     EXPECT_EQ(logged(), (lines{kUploadDue, kUploadDue, kUploadDue, kUploadDue, lite_status(200)}));
 }
 
+/* Where every look at the clock takes longer than a tick, each check is a call. */
+TEST_F(VelhttpLitePlayed, UploadIsCheckedBeforeTheBody)
+{
+    progress upload;
+    upload.action = [&] {
+        if (upload.calls.size() == 6)
+            wire.readtime = 0; /* all is sent */
+    };
+    vel_http_set_upload_progress_callback(http, progress::callback, &upload);
+    vel_http_set_idle_timeout(http, -1, 0);
+    wire.readtime = 2000000;
+    EXPECT_EQ(vel_http_set_request_body(http, "body", 4), VEL_ERROR_NONE);
+    http_server server({{http_answer("200 OK", "", ""), http_ending::close, 4}});
+    EXPECT_EQ(fetch(server.url("/")), VEL_ERROR_NONE);
+    EXPECT_EQ(upload.calls, told(7, {0, -1}));
+}
+
+/* Behind each read the progress callback takes most of the idle limit, and so does the body callback
+ * then; what was read and what was handed on each begin it anew. */
+TEST_F(VelhttpLitePlayed, SlowCallbacksAreNotIdle)
+{
+    progress download;
+    download.action = [&] {
+        const told &calls = download.calls;
+        if (calls.size() > 2 && calls.back() == calls[calls.size() - 2])
+            wire.clock += 20000000;
+    };
+    const auto take = [](const void *, size_t, void *) -> vel_error_t {
+        wire.clock += 20000000;
+        return VEL_ERROR_NONE;
+    };
+    vel_http_set_download_progress_callback(http, progress::callback, &download);
+    vel_http_set_response_body_callback(http, take, nullptr);
+    wire.recvlimit = 1;
+    wire.recvskip = kHead.size();
+    wire.recvtime = 1000000;
+    EXPECT_EQ(fetch_answer(kHead + "abc", http_ending::hold), VEL_ERROR_NONE);
+    EXPECT_EQ(download.calls,
+              (told{{0, -1}, {0, 3}, {0, 3}, {1, 3}, {1, 3}, {2, 3}, {2, 3}, {3, 3}, {3, 3}}));
+}
+
 /* Aborts. */
 
 static lines aborted_by(const char *direction)

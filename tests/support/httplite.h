@@ -39,6 +39,7 @@ struct wire_settings {
     int recverrno = 0;                /* what a call fails with */
     int senderrno = 0;                /* likewise */
     size_t sendskip = 0;              /* likewise, for calls that send */
+    int64_t readtime = 0;             /* microseconds that pass with each reading of the clock */
     size_t jumpat = 0;                /* the reading of the clock before which it jumps, if not 0 */
     bool played = false;              /* the clock stands but for these times */
     int64_t clock = 1000000000000000; /* microseconds */
@@ -52,6 +53,7 @@ extern "C" int gettimeofday(struct timeval *time, void *zone) noexcept
         support::platform_function<int(struct timeval *, void *)>("gettimeofday");
     if (!wire.played)
         return next(time, zone);
+    wire.clock += wire.readtime;
     if (++wire.readings == wire.jumpat)
         wire.clock += 3600000000;
     *time = {static_cast<time_t>(wire.clock / 1000000),

@@ -7,9 +7,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <string_view>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -154,6 +156,17 @@ static bool give(int connection, std::string_view bytes)
     return true;
 }
 
+/* A reset takes back what has not left yet. */
+static void wait_until_delivered(int connection)
+{
+    const auto end = std::chrono::steady_clock::now() + kBound;
+    int unacknowledged = 0;
+    do {
+        if (ioctl(connection, SIOCOUTQ, &unacknowledged) != 0)
+            fail("ioctl");
+    } while (unacknowledged > 0 && std::chrono::steady_clock::now() < end);
+}
+
 bool http_server::exchange(int connection, const http_exchange &step, std::string &request)
 {
     while (step.reads && !is_complete(request, step.bodylen)) {
@@ -172,6 +185,7 @@ bool http_server::exchange(int connection, const http_exchange &step, std::strin
     if (step.ending == http_ending::keep)
         return true;
     if (step.ending == http_ending::reset) {
+        wait_until_delivered(connection);
         const linger now = {1, 0};
         setsockopt(connection, SOL_SOCKET, SO_LINGER, &now, sizeof now);
         return false;
