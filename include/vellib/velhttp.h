@@ -205,14 +205,17 @@ VEL_API void vel_http_set_response_body_callback(velhttp *velhttp, vel_http_body
                                                  void *context);
 
 /* Sets the function that follows the upload; NULL for none.
- * Note: its numbers are 0 and -1 throughout. Set both callbacks: one tick serves both directions,
- * and while only the other direction has a callback, a due tick makes the transfer poll without a
- * pause. */
+ * Note: its numbers are 0 and -1 throughout.
+ * Note: set both callbacks, and let them return fast. One tick serves both directions, and while it
+ * is due no wait takes any time and the HTTP/1.0 client receives nothing. With the upload callback
+ * alone, a response that takes longer than a second is never read: the transfer spins until a time
+ * limit ends it. So it does with a callback that takes a second itself. */
 VEL_API void vel_http_set_upload_progress_callback(velhttp *velhttp, vel_http_progress_cb *callback,
                                                    void *context);
 
 /* Sets the function that follows the download; NULL for none. It is told 0 and -1 at the beginning
- * of each pass. The note on vel_http_set_upload_progress_callback holds here, too. */
+ * of each pass. The second note on vel_http_set_upload_progress_callback holds here, too: alone, it
+ * makes a transfer that waits for the peer to take the request poll without a pause. */
 VEL_API void vel_http_set_download_progress_callback(velhttp *velhttp,
                                                      vel_http_progress_cb *callback, void *context);
 
