@@ -1,0 +1,150 @@
+#ifndef TESTS_SUPPORT_SOAK_H
+#define TESTS_SUPPORT_SOAK_H
+
+/* What a test needs that runs on and on. Include this in one source of a program, as it defines the
+ * platform's allocator, to count the blocks. */
+
+#include <atomic>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <ostream>
+#include <sched.h>
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define SUPPORT_SOAK_INTERCEPTOR 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SUPPORT_SOAK_INTERCEPTOR 1
+#endif
+
+namespace support {
+
+/* Whether the test is to run at its full length: VEL_TEST_SOAK is set. */
+inline bool soak()
+{
+    return getenv("VEL_TEST_SOAK") != nullptr;
+}
+
+/* So much of something at full length, and so much in an ordinary run. */
+template <typename Number> Number soak_length(Number full, Number ordinary)
+{
+    return soak() ? full : ordinary;
+}
+
+#if !defined(SUPPORT_SOAK_INTERCEPTOR)
+inline std::atomic<long> soak_block_count;
+#endif
+
+/* What the process holds. */
+struct soak_state {
+    size_t descriptors;
+    size_t threads;
+    long blocks;    /* of memory; 0 under a sanitizer, which looks for leaks itself */
+    long residents; /* kilobytes; left out of comparisons, as it depends on more than blocks */
+
+    bool operator==(const soak_state &other) const
+    {
+        return descriptors == other.descriptors && threads == other.threads &&
+               blocks == other.blocks;
+    }
+};
+
+inline std::ostream &operator<<(std::ostream &out, const soak_state &state)
+{
+    return out << state.descriptors << " descriptors, " << state.threads << " threads, "
+               << state.blocks << " blocks, " << state.residents << " KiB";
+}
+
+inline size_t soak_entries(const char *name)
+{
+    size_t count = 0;
+    DIR *directory = opendir(name);
+    if (!directory)
+        abort();
+    while (readdir(directory))
+        count++;
+    closedir(directory);
+    return count;
+}
+
+inline long soak_residents()
+{
+    long kilobytes = -1;
+    char line[256];
+    FILE *status = fopen("/proc/self/status", "re");
+    if (!status)
+        abort();
+    while (fgets(line, sizeof line, status)) {
+        if (strncmp(line, "VmRSS:", 6) == 0)
+            kilobytes = strtol(line + 6, nullptr, 10);
+    }
+    fclose(status);
+    return kilobytes;
+}
+
+/* Looks at the process. A thread that has been joined is in the list of the kernel for a moment
+ * still: where the number of threads to come is known, it is waited for. */
+inline soak_state soak_look(size_t threads = 0)
+{
+    soak_state state = {};
+    for (int i = 0; i < 100000; i++) {
+        state.threads = soak_entries("/proc/self/task") - 2; /* without . and .. */
+        if (threads == 0 || state.threads == threads)
+            break;
+        sched_yield();
+    }
+    state.descriptors = soak_entries("/proc/self/fd");
+    state.residents = soak_residents();
+#if !defined(SUPPORT_SOAK_INTERCEPTOR)
+    state.blocks = soak_block_count;
+#endif
+    return state;
+}
+
+} // namespace support
+
+#if !defined(SUPPORT_SOAK_INTERCEPTOR)
+extern "C" {
+
+void *__libc_malloc(size_t size);
+void *__libc_calloc(size_t count, size_t size);
+void *__libc_realloc(void *pointer, size_t size);
+void __libc_free(void *pointer);
+
+void *malloc(size_t size)
+{
+    void *block = __libc_malloc(size);
+    support::soak_block_count += block != nullptr;
+    return block;
+}
+
+void *calloc(size_t count, size_t size)
+{
+    void *block = __libc_calloc(count, size);
+    support::soak_block_count += block != nullptr;
+    return block;
+}
+
+void *realloc(void *pointer, size_t size)
+{
+    void *block = __libc_realloc(pointer, size);
+    support::soak_block_count += !pointer && block;
+    support::soak_block_count -= pointer && !block && size == 0;
+    return block;
+}
+
+void free(void *pointer)
+{
+    support::soak_block_count -= pointer != nullptr;
+    __libc_free(pointer);
+}
+
+} // extern "C"
+#endif
+
+#endif
