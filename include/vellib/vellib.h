@@ -97,4 +97,7 @@
 #include <vellib/velsha256.h>
 #include <vellib/veluuid.h>
 
+/* Program support */
+#include <vellib/velgetopt.h>
+
 #endif
