@@ -12,6 +12,7 @@
 namespace {
 
 using support::asserts;
+using support::count_of;
 using support::log_line;
 using support::log_lines;
 using support::server_line;
@@ -23,11 +24,6 @@ const log_line kWoken = server_line(9, "wakeup from accept requested");
 const log_line kServing = server_line(13, "serving client handle *");
 const log_line kJoining = server_line(13, "joining finished connection *");
 const log_line kWaiting = server_line(13, "waiting for connection * thread to exit");
-
-size_t count_of(const log_lines &logged, const log_line &line)
-{
-    return static_cast<size_t>(std::count(logged.begin(), logged.end(), line));
-}
 
 /* Reads what there is. */
 std::string read(velhandle *velhandle)
