@@ -64,9 +64,14 @@
 
 /* Files */
 #include <vellib/veldeletefile.h>
+#include <vellib/veldir.h>
 #include <vellib/velfile.h>
+#include <vellib/velhardlink.h>
+#include <vellib/velmkdir.h>
 #include <vellib/velrename.h>
+#include <vellib/velrmdir.h>
 #include <vellib/velstat.h>
+#include <vellib/velsymlink.h>
 #include <vellib/veltruncate.h>
 
 /* Transport */

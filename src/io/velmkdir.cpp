@@ -1,0 +1,135 @@
+#include <vellib/velmkdir.h>
+
+#include <errno.h>
+#include <string.h>
+
+#include <sys/stat.h>
+
+#include <vellib/velmalloc.h>
+#include <vellib/velstrndup.h>
+
+#include "io/velmkdir_internal.h"
+#include "io/velpatherror_internal.h"
+#include "util/velassert.h"
+#include "util/vellog_macros.h"
+
+#define VEL_MODULE "io/velmkdir"
+
+/* Tells whether a directory is there (1), something else (0), also a link to one, or nothing that
+ * can be looked at (-1). */
+static int vel_mkdir_is_directory(const char *pathname)
+{
+    struct stat record;
+    if (lstat(pathname, &record) != 0)
+        return -1;
+    return S_ISDIR(record.st_mode);
+}
+
+/* The length of the path above pathname, or 0 if it has none: no separator, or only the root. */
+static size_t vel_mkdir_parent_length(const char *pathname)
+{
+    const char *separator = strrchr(pathname, '/');
+    return separator ? static_cast<size_t>(separator - pathname) : 0;
+}
+
+static vel_error_t vel_mkdir_translated(const char *module, const char *pathname)
+{
+    if (vel_mkdir(pathname) == 0)
+        return VEL_ERROR_NONE;
+
+    const int platformerrno = errno;
+    const vel_error_t velerror = vel_patherror_find(platformerrno, &vel_patherror::mkdir);
+    if (velerror == VEL_ERROR_GENERIC)
+        VEL_LOG_IN(module, 7, "an unhandled error %d occurred", platformerrno);
+    return velerror;
+}
+
+/* Makes the directory that parent names and those above it. It is cut at one separator after the
+ * other until something is there, and mended from there on; a path of any depth so costs one block
+ * and no stack. Where it begins with something that is no directory, the next mkdir finds out. */
+static vel_error_t vel_mkdir_parents(const char *module, char *parent)
+{
+    const size_t length = strlen(parent);
+    size_t end = length;
+    bool missing;
+    while ((missing = vel_mkdir_is_directory(parent) == -1)) {
+        const size_t cut = vel_mkdir_parent_length(parent);
+        if (cut == 0)
+            break;
+        parent[cut] = '\0';
+        end = cut;
+    }
+
+    vel_error_t velerror = missing ? vel_mkdir_translated(module, parent) : VEL_ERROR_NONE;
+    while (velerror == VEL_ERROR_NONE && end < length) {
+        parent[end] = '/';
+        end += strlen(parent + end);
+        velerror = vel_mkdir_translated(module, parent);
+    }
+    return velerror;
+}
+
+vel_error_t vel_mkdir_recursive_internal(const char *module, const char *pathname)
+{
+    const int res = vel_mkdir_is_directory(pathname);
+    if (res == 1)
+        return VEL_ERROR_NONE;
+    if (res == 0)
+        return VEL_ERROR_EXISTS;
+    VEL_ASSERT(res == -1);
+
+    const size_t parentlength = vel_mkdir_parent_length(pathname);
+    if (parentlength > 0) {
+        char *parent = vel_strndup(pathname, parentlength);
+        if (!parent) {
+            VEL_LOG_IN(module, 7, "not enough memory for parent directory path name");
+            return VEL_ERROR_NO_MEMORY;
+        }
+        const vel_error_t velerror = vel_mkdir_parents(module, parent);
+        vel_free(parent);
+        if (velerror != VEL_ERROR_NONE)
+            return velerror;
+    }
+    return vel_mkdir_translated(module, pathname);
+}
+
+int vel_mkdir_file_path_internal(const char *module, const char *filename)
+{
+    const size_t length = vel_mkdir_parent_length(filename);
+    if (length == 0)
+        return 0;
+
+    char *pathname = vel_strndup(filename, length);
+    if (!pathname) {
+        VEL_LOG_IN(module, 7, "not enough memory for copying path name for file '%s'", filename);
+        errno = ENOMEM;
+        return -1;
+    }
+    const vel_error_t velerror = vel_mkdir_recursive_internal(module, pathname);
+    if (velerror != VEL_ERROR_NONE)
+        VEL_LOG_IN(module, 7, "creating path '%s' failed, error %d (%s)", pathname, velerror,
+                   vel_error_string(velerror));
+    vel_free(pathname);
+    return velerror == VEL_ERROR_NONE ? 0 : -1;
+}
+
+int vel_mkdir(const char *pathname)
+{
+    VEL_ASSERT(pathname != NULL);
+
+    return mkdir(pathname, 0777);
+}
+
+vel_error_t vel_mkdir_recursive(const char *pathname)
+{
+    VEL_ASSERT(pathname != NULL);
+
+    return vel_mkdir_recursive_internal(VEL_MODULE, pathname);
+}
+
+int vel_mkdir_file_path(const char *filename)
+{
+    VEL_ASSERT(filename != NULL);
+
+    return vel_mkdir_file_path_internal(VEL_MODULE, filename);
+}
