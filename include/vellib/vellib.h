@@ -81,6 +81,7 @@
 #include <vellib/velhandle_udp.h>
 #include <vellib/velsocket.h>
 #include <vellib/veltcpserver.h>
+#include <vellib/veludpserver.h>
 
 /* Encodings */
 #include <vellib/velbase64.h>

@@ -24,6 +24,7 @@
 #include <vellib/velsocket.h>
 #include <vellib/veltimeout.h>
 
+#include "net/velsocket_internal.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 
@@ -134,7 +135,7 @@ static size_t vel_handlecore_read(velhandle *velhandle, void *buf, size_t count)
     if (result > 0)
         return result;
 
-    vel_error_t velerror = Twin::read_error(vel_socket_get_error(context->velsocket));
+    vel_error_t velerror = Twin::read_error(context->velsocket->readerror);
     vel_handle_set_error(velhandle, velerror);
     if (velerror != VEL_ERROR_END_OF_FILE && velerror != VEL_ERROR_TIMED_OUT) {
         VEL_LOG_IN(Twin::module, velerror == VEL_ERROR_INTERRUPTED ? 13 : 7,

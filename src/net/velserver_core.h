@@ -10,8 +10,10 @@
  *   protocol  the same for the protocol: "TCP"
  *   task      the same for what the thread does: "accept"
  *   server    the type, which derives from velserver_core
+ *   destroy   destroys a server, also a half-built one
  *   listen    makes the listening handle
- *   thread    the routine of the thread, which gets the server */
+ *   thread    the routine of the thread, which gets the server
+ *   wait      waits for the end of the server */
 
 #include <atomic>
 
@@ -32,7 +34,7 @@
  * lost. */
 struct velserver_core {
     velmutex *connectionmutex; /* guards the two lists */
-    vel_list *connectionlist;  /* connections whose thread runs */
+    vel_list *connectionlist;  /* connections whose thread runs; none where there are none */
     vel_list *finishedlist;    /* connections that have been served, to be joined */
     char *address;             /* NULL is every IPv4 address */
     unsigned int port;
@@ -152,6 +154,17 @@ template <typename Twin> static vel_error_t vel_servercore_start(typename Twin::
         vel_handle_destroy(listenhandle);
         return VEL_ERROR_NO_MEMORY;
     }
+    return VEL_ERROR_NONE;
+}
+
+template <typename Twin> static vel_error_t vel_servercore_run(typename Twin::server *server)
+{
+    vel_error_t velerror = vel_servercore_start<Twin>(server);
+    if (velerror != VEL_ERROR_NONE) {
+        VEL_LOG_IN(Twin::module, 7, "unable to start the %s server", Twin::protocol);
+        return velerror;
+    }
+    Twin::wait(server);
     return VEL_ERROR_NONE;
 }
 

@@ -211,7 +211,8 @@ size_t vel_socket_read_with_timeout(velsocket *velsocket, void *buf, size_t maxl
 
     size_t count = 0;
     vel_timeout_set(velsocket->readtimeout, timeoutsecs, timeoutusecs);
-    vel_socket_keep_error(velsocket, vel_socket_read_within(velsocket, &count, buf, maxlen));
+    velsocket->readerror = vel_socket_read_within(velsocket, &count, buf, maxlen);
+    vel_socket_keep_error(velsocket, velsocket->readerror);
     return count;
 }
 

@@ -35,6 +35,7 @@ struct vel_tcpserver_twin {
     static constexpr auto destroy = vel_tcpserver_destroy;
     static constexpr auto listen = vel_handle_tcp_listen;
     static constexpr auto thread = vel_tcpserver_accept_thread;
+    static constexpr auto wait = vel_tcpserver_wait;
 };
 
 static void vel_tcpserver_connection_destroy(veltcpserverconnection *connection)
@@ -243,13 +244,7 @@ vel_error_t vel_tcpserver_run(veltcpserver *veltcpserver)
 {
     VEL_ASSERT(veltcpserver != NULL);
 
-    vel_error_t velerror = vel_tcpserver_start(veltcpserver);
-    if (velerror != VEL_ERROR_NONE) {
-        VEL_LOG(7, "unable to start the TCP server");
-        return velerror;
-    }
-    vel_tcpserver_wait(veltcpserver);
-    return VEL_ERROR_NONE;
+    return vel_servercore_run<vel_tcpserver_twin>(veltcpserver);
 }
 
 vel_error_t vel_tcpserver_get_port(veltcpserver *veltcpserver, unsigned int *portptr)
