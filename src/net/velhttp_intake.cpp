@@ -2,12 +2,12 @@
 
 #include <string.h>
 
-#include <vellib/velmalloc.h>
 #include <vellib/velstrcasecmp.h>
 #include <vellib/velstrncasecmp.h>
 #include <vellib/velstrstrip.h>
 #include <vellib/velstrtoi64.h>
 
+#include "net/velresponsedata_core.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 
@@ -69,40 +69,9 @@ vel_error_t vel_http_write_response_header(velhttp *velhttp, const char *name, c
     return result;
 }
 
-/* Makes room for size more bytes. The capacity doubles, so that a large body is not copied for each
- * of its pieces; where there is no memory for that, what is needed will do. */
-static bool vel_http_grow_memory(velhttprequest *request, size_t size)
-{
-    if (size > SIZE_MAX - request->responsedatapos)
-        return false;
-    const size_t needed = request->responsedatapos + size;
-    if (request->responsedata && needed <= request->responsedatacapacity)
-        return true;
-
-    size_t capacity = needed;
-    char *data = nullptr;
-    if (!request->responsedata) {
-        data = static_cast<char *>(vel_malloc(capacity));
-    } else {
-        if (request->responsedatacapacity <= SIZE_MAX / 2 &&
-            request->responsedatacapacity * 2 > capacity)
-            capacity = request->responsedatacapacity * 2;
-        data = static_cast<char *>(vel_realloc(request->responsedata, capacity));
-        if (!data && capacity > needed) {
-            capacity = needed;
-            data = static_cast<char *>(vel_realloc(request->responsedata, capacity));
-        }
-    }
-    if (!data)
-        return false;
-    request->responsedata = data;
-    request->responsedatacapacity = capacity;
-    return true;
-}
-
 static vel_error_t vel_http_store_in_memory(velhttprequest *request, const void *data, size_t size)
 {
-    if (!vel_http_grow_memory(request, size)) {
+    if (!vel_responsecore_reserve(request, size)) {
         VEL_LOG(7, "not enough memory for response body (%lu bytes)",
                 request->responsedatapos + size);
         return VEL_ERROR_NO_MEMORY;

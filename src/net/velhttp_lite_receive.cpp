@@ -7,12 +7,18 @@
 #include <vellib/velmalloc.h>
 #include <vellib/velstrdup.h>
 
+#include "net/velstatusline_core.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 
 #define VEL_MODULE "net/velhttp_lite"
 
-static constexpr char kStatusPrefix[] = "HTTP/";
+struct vel_http_lite_status_twin {
+    static constexpr const char *module = VEL_MODULE;
+    static constexpr const char *protocol = "HTTP";
+    static constexpr const char *prefix = "HTTP/";
+    static constexpr int codelevel = 13;
+};
 
 /* The level for a failure: an interrupted wait is what a caller brings about. */
 static int vel_http_lite_level(vel_error_t error)
@@ -88,47 +94,23 @@ static vel_error_t vel_http_lite_read_text(struct velhttp *velhttp, velhttplite 
     return VEL_ERROR_NONE;
 }
 
-static vel_error_t vel_http_lite_parse_status_line(struct velhttp *velhttp, const char *line)
-{
-    if (strncmp(line, kStatusPrefix, strlen(kStatusPrefix)) != 0) {
-        VEL_LOG(6, "The HTTP response '%s' did not start with '%s'", line, kStatusPrefix);
-        return VEL_ERROR_PROTOCOL;
-    }
-    const char *digit = strchr(line, ' ');
-    if (!digit) {
-        VEL_LOG(6, "The HTTP response '%s' did not have the result code", line);
-        return VEL_ERROR_PROTOCOL;
-    }
-    unsigned int code = 0;
-    for (digit++; *digit != ' ' && *digit != '\0'; digit++) {
-        if (*digit < '0' || *digit > '9') {
-            VEL_LOG(6, "Invalid result code digit '%c' in response '%s'", *digit, line);
-            return VEL_ERROR_PROTOCOL;
-        }
-        code = code * 10 + static_cast<unsigned int>(*digit - '0');
-        if (code >= 1000) {
-            VEL_LOG(6, "Invalid HTTP status code in response '%s'", line);
-            return VEL_ERROR_PROTOCOL;
-        }
-    }
-    VEL_LOG(13, "the HTTP status code is %d", static_cast<int>(code));
-    vel_http_set_status_code(velhttp, code);
-    return VEL_ERROR_NONE;
-}
-
 vel_error_t vel_http_lite_read_status_code(struct velhttp *velhttp, velhttplite *http)
 {
     VEL_ASSERT(http->bufferuse == 0);
     VEL_ASSERT(http->bufferpos == 0);
 
     size_t length = 0;
-    const vel_error_t error = vel_http_lite_read_text(velhttp, http, &length);
+    vel_error_t error = vel_http_lite_read_text(velhttp, http, &length);
     if (error) {
         VEL_LOG(vel_http_lite_level(error), "reading HTTP status code failed, error %d (%s)", error,
                 vel_error_string(error));
         return error;
     }
-    return vel_http_lite_parse_status_line(velhttp, http->buffer);
+    unsigned int code = 0;
+    error = vel_statuscore_parse<vel_http_lite_status_twin>(http->buffer, &code);
+    if (!error)
+        vel_http_set_status_code(velhttp, code);
+    return error;
 }
 
 static vel_error_t vel_http_lite_store_header(struct velhttp *velhttp, const char *name,

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <vellib/velmalloc.h>
@@ -28,11 +27,7 @@ static constexpr velsocketerrno vel_socket_accept_errors[] = {
 
 vel_error_t vel_socket_map_errno(const velsocketerrno *row, int platformerrno)
 {
-    while (row->platformerrno != 0 && row->platformerrno != platformerrno)
-        row++;
-    if (row->format)
-        VEL_LOG(row->level, row->format, platformerrno);
-    return row->velerror;
+    return vel_descriptor_map_errno(VEL_MODULE, row, platformerrno);
 }
 
 bool vel_socket_is_inet(const struct sockaddr *sockaddr)
@@ -60,17 +55,7 @@ static int vel_socket_set_nonblocking(struct velsocket *velsocket)
 {
     VEL_ASSERT(velsocket != NULL);
 
-    int result = fcntl(velsocket->descriptor, F_GETFL);
-    if (result >= 0) {
-        if (result & O_NONBLOCK)
-            return 0;
-        result = fcntl(velsocket->descriptor, F_SETFL, result | O_NONBLOCK);
-    }
-    if (result != 0) {
-        VEL_LOG(7, "fcntl() returned error %d", result);
-        return -1;
-    }
-    return 0;
+    return vel_descriptor_set_nonblocking(VEL_MODULE, velsocket->descriptor) ? 0 : -1;
 }
 
 vel_error_t vel_socket_init(velsocket *velsocket, int domain, int type, int protocol)

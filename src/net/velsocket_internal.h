@@ -14,6 +14,8 @@
 #include <vellib/velsocket.h>
 #include <vellib/veltimeout.h>
 
+#include "net/veldescriptor_core.h"
+
 /* A walk through the addresses of a host. */
 struct velsocketwalk {
     struct veladdrinfo *veladdrinfo; /* owned by whoever owns the walk */
@@ -58,15 +60,6 @@ static inline vel_error_t vel_socket_keep_error(struct velsocket *velsocket, vel
     velsocket->error.store(velerror, std::memory_order_relaxed);
     return velerror;
 }
-
-/* What one errno of a call means. A table of them ends in a row with errno 0, which stands for
- * every errno without a row of its own. */
-struct velsocketerrno {
-    int platformerrno;
-    vel_error_t velerror;
-    int level;
-    const char *format; /* of the line to log; takes the errno or nothing. NULL for no line */
-};
 
 /* Translates an errno by a table, and logs it if its row says so. */
 vel_error_t vel_socket_map_errno(const velsocketerrno *row, int platformerrno);

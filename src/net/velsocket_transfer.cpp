@@ -10,35 +10,13 @@
 
 #define VEL_MODULE "net/velsocket"
 
-static constexpr velsocketerrno vel_socket_recv_errors[] = {
-    {EAGAIN, VEL_ERROR_WOULD_BLOCK, 13, "recv() returned EWOULDBLOCK"},
-    {EWOULDBLOCK, VEL_ERROR_WOULD_BLOCK, 13, "recv() returned EWOULDBLOCK"},
-    {EINTR, VEL_ERROR_INTERRUPTED, 13, "recv() returned EINTR"},
-    {EBADF, VEL_ERROR_INTERNAL, 6, "INTERNAL ERROR: recv() returned EBADF"},
-    {ENOMEM, VEL_ERROR_NO_MEMORY, 7, "recv() returned not enough memory"},
-    {EFAULT, VEL_ERROR_INTERNAL, 6, "INTERNAL ERROR: recv() returned EFAULT"},
-    {EINVAL, VEL_ERROR_INTERNAL, 6, "INTERNAL ERROR: recv() returned EINVAL"},
-    {ENOTSOCK, VEL_ERROR_INTERNAL, 6, "INTERNAL ERROR: recv() returned ENOTSOCK"},
-    {ECONNRESET, VEL_ERROR_CONNECTION_RESET, 7, "recv() returned ECONNRESET"},
-    {ENOTCONN, VEL_ERROR_INTERNAL, 6, "INTERNAL ERROR: recv() returned ENOTCONN"},
-    {ECONNREFUSED, VEL_ERROR_INTERNAL, 7, "INTERNAL ERROR: recv() returned connection refused"},
-    {0, VEL_ERROR_GENERIC, 6, "recv() returned an unhandled error %d"},
-};
-
+/* An errno of sending as it is first seen; vel_socket_write sees it once more, by
+ * vel_descriptor_write_errors. */
 static constexpr velsocketerrno vel_socket_send_errors[] = {
     {EACCES, VEL_ERROR_ACCESS, 0, nullptr},
     {EPIPE, VEL_ERROR_BROKEN_PIPE, 0, nullptr},
     {EAGAIN, VEL_ERROR_WOULD_BLOCK, 0, nullptr},
     {ECONNRESET, VEL_ERROR_CONNECTION_RESET, 7, "unable to write to socket, error %d (ECONNRESET)"},
-    {0, VEL_ERROR_GENERIC, 7, "an unmapped error value %d"},
-};
-
-/* How vel_socket_write sees an errno once more, except for EACCES. */
-static constexpr velsocketerrno vel_socket_write_errors[] = {
-    {EPIPE, VEL_ERROR_BROKEN_PIPE, 0, nullptr},
-    {EAGAIN, VEL_ERROR_WOULD_BLOCK, 0, nullptr},
-    {EWOULDBLOCK, VEL_ERROR_WOULD_BLOCK, 0, nullptr},
-    {ECONNRESET, VEL_ERROR_CONNECTION_RESET, 7, "unable to write to socket, error %d"},
     {0, VEL_ERROR_GENERIC, 7, "an unmapped error value %d"},
 };
 
@@ -66,7 +44,7 @@ static vel_error_t vel_socket_recvfrom(struct velsocket *velsocket, size_t *resu
     const ssize_t count =
         recvfrom(velsocket->descriptor, buf, vel_socket_clamp(len), flags, sockaddr, &socklen);
     if (count < 0)
-        return vel_socket_map_errno(vel_socket_recv_errors, errno);
+        return vel_socket_map_errno(vel_descriptor_recv_errors, errno);
     *addrlenptr = socklen;
     *resultptr = static_cast<size_t>(count);
     return VEL_ERROR_NONE;
@@ -236,6 +214,7 @@ size_t vel_socket_write(velsocket *velsocket, const void *buf, size_t len)
         VEL_LOG(7, "%s() returned EACCES", udp ? "sendto" : "send");
         return EACCES;
     }
-    vel_socket_keep_error(velsocket, vel_socket_map_errno(vel_socket_write_errors, platformerrno));
+    vel_socket_keep_error(velsocket,
+                          vel_socket_map_errno(vel_descriptor_write_errors, platformerrno));
     return 0;
 }

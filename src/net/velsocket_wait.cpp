@@ -1,8 +1,6 @@
 #include "net/velsocket_internal.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <poll.h>
 #include <unistd.h>
 
@@ -11,33 +9,17 @@
 
 #define VEL_MODULE "net/velsocket"
 
-static constexpr velsocketerrno vel_socket_poll_errors[] = {
-    {EINTR, VEL_ERROR_INTERRUPTED, 0, nullptr},
-    {ENOMEM, VEL_ERROR_NO_MEMORY, 0, nullptr},
-    {EFAULT, VEL_ERROR_INTERNAL, 0, nullptr},
-    {EINVAL, VEL_ERROR_INTERNAL, 0, nullptr},
-    {0, VEL_ERROR_GENERIC, 6, "poll() returned an unhandled error %d"},
-};
-
-/* Gives the time as poll takes it, rounded up. More than poll can count is as much as it can. */
-static int vel_socket_poll_milliseconds(int seconds, unsigned int microseconds)
-{
-    if (seconds < 0)
-        return -1;
-    const int64_t milliseconds =
-        int64_t{1000} * seconds + microseconds / 1000 + (microseconds % 1000 != 0);
-    return static_cast<int>(std::min<int64_t>(milliseconds, INT_MAX));
-}
-
-static vel_error_t vel_socket_wait_readable(const struct velsocket *velsocket, int milliseconds)
+static vel_error_t vel_socket_wait_readable(const struct velsocket *velsocket, int timeoutsecs,
+                                            unsigned int timeoutusecs)
 {
     struct pollfd pollfds[] = {{velsocket->descriptor, POLLIN, 0},
                                {velsocket->wakeupread, POLLIN, 0}};
-    const int count = poll(pollfds, velsocket->wakeupread != -1 ? 2 : 1, milliseconds);
-    if (count < 0)
-        return vel_socket_map_errno(vel_socket_poll_errors, errno);
-    if (count == 0)
-        return VEL_ERROR_TIMED_OUT;
+    int count = 0;
+    const vel_error_t velerror =
+        vel_descriptor_poll(VEL_MODULE, pollfds, velsocket->wakeupread != -1 ? 2 : 1, timeoutsecs,
+                            timeoutusecs, &count);
+    if (velerror != VEL_ERROR_NONE)
+        return velerror;
     if (pollfds[0].revents & POLLIN)
         return VEL_ERROR_NONE;
     if (pollfds[1].revents & POLLIN) {
@@ -48,8 +30,7 @@ static vel_error_t vel_socket_wait_readable(const struct velsocket *velsocket, i
         }
         return VEL_ERROR_WAKEUP;
     }
-    VEL_LOG(6, "INTERNAL ERROR: poll() returned %d but no event is available", count);
-    return VEL_ERROR_INTERNAL;
+    return vel_descriptor_no_event(VEL_MODULE, count);
 }
 
 vel_error_t vel_socket_poll_read(velsocket *velsocket, int timeoutsecs, unsigned int timeoutusecs)
@@ -57,9 +38,8 @@ vel_error_t vel_socket_poll_read(velsocket *velsocket, int timeoutsecs, unsigned
     VEL_ASSERT(velsocket != NULL);
     VEL_ASSERT(timeoutusecs < 1000000);
 
-    return vel_socket_keep_error(
-        velsocket, vel_socket_wait_readable(
-                       velsocket, vel_socket_poll_milliseconds(timeoutsecs, timeoutusecs)));
+    return vel_socket_keep_error(velsocket,
+                                 vel_socket_wait_readable(velsocket, timeoutsecs, timeoutusecs));
 }
 
 vel_error_t vel_socket_poll_write(velsocket *velsocket, int timeoutsecs, unsigned int timeoutusecs)
@@ -67,12 +47,9 @@ vel_error_t vel_socket_poll_write(velsocket *velsocket, int timeoutsecs, unsigne
     VEL_ASSERT(velsocket != NULL);
     VEL_ASSERT(timeoutusecs < 1000000);
 
-    struct pollfd pollfd = {velsocket->descriptor, POLLOUT, 0};
-    const int count = poll(&pollfd, 1, vel_socket_poll_milliseconds(timeoutsecs, timeoutusecs));
-    vel_error_t velerror = count > 0 ? VEL_ERROR_NONE : VEL_ERROR_TIMED_OUT;
-    if (count < 0)
-        velerror = vel_socket_map_errno(vel_socket_poll_errors, errno);
-    return vel_socket_keep_error(velsocket, velerror);
+    return vel_socket_keep_error(
+        velsocket,
+        vel_descriptor_poll_write(VEL_MODULE, velsocket->descriptor, timeoutsecs, timeoutusecs));
 }
 
 vel_error_t vel_socket_enable_wakeup(velsocket *velsocket)
