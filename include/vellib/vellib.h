@@ -97,6 +97,9 @@
 #include <vellib/velhttp_lite.h>
 #include <vellib/velhttpheaders.h>
 
+/* ICAP client */
+#include <vellib/velicap.h>
+
 /* Digests and random */
 #include <vellib/velrandom.h>
 #include <vellib/velsha1.h>
