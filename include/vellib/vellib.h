@@ -107,6 +107,11 @@
 #include <vellib/veluuid.h>
 
 /* Program support */
+#include <vellib/velformat.h>
+#include <vellib/velgethostname.h>
 #include <vellib/velgetopt.h>
+#include <vellib/vellibrary.h>
+#include <vellib/velsetenv.h>
+#include <vellib/veluname.h>
 
 #endif
