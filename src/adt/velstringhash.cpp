@@ -263,6 +263,13 @@ void *vel_stringhash_lookup(velstringhash *velstringhash, const char *key)
     return link ? vel_stringhash_kind::item(velhash, link)->value : nullptr;
 }
 
+void vel_stringhash_settle(velstringhash *velstringhash)
+{
+    velhash *const velhash = velstringhash->hash;
+    while (vel_hash_target(velhash) != velhash->mainarray)
+        vel_hash_move_one_item<vel_stringhash_kind>(velhash, vel_hash_target(velhash));
+}
+
 /* ---- Enumeration ---- */
 
 /* Writes what the caller of an enumeration wants to know of an item, which may be NULL. */

@@ -5,6 +5,10 @@
 
 #include <vellib/velstringhash.h>
 
+/* Ends a resize that is going on. Until the next change of the table lookups only read, and may come
+ * from several threads. */
+void vel_stringhash_settle(velstringhash *velstringhash);
+
 /* Entries in memory of a neighbour, who has some at hand. */
 
 /* Tells whether the entry of a value is in memory of the neighbour. */
