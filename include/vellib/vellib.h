@@ -112,6 +112,7 @@
 #include <vellib/velgetopt.h>
 #include <vellib/vellibrary.h>
 #include <vellib/velsetenv.h>
+#include <vellib/veltest.h>
 #include <vellib/veluname.h>
 
 #endif
