@@ -73,6 +73,16 @@
 #include <vellib/velstat.h>
 #include <vellib/velsymlink.h>
 #include <vellib/veltruncate.h>
+#include <vellib/velutf8deletefile.h>
+#include <vellib/velutf8dir.h>
+#include <vellib/velutf8file.h>
+#include <vellib/velutf8hardlink.h>
+#include <vellib/velutf8mkdir.h>
+#include <vellib/velutf8rename.h>
+#include <vellib/velutf8rmdir.h>
+#include <vellib/velutf8stat.h>
+#include <vellib/velutf8symlink.h>
+#include <vellib/velwdeletefile.h>
 
 /* Transport */
 #include <vellib/veladdrinfo.h>

@@ -1,0 +1,16 @@
+#ifndef VELLIB_VELUTF8RMDIR_H
+#define VELLIB_VELUTF8RMDIR_H
+
+#include <vellib/velapi.h>
+
+VEL_DECLARATIONS_BEGIN
+
+/* Removes an empty directory under its name in UTF-8, as vel_rmdir does.
+ *
+ * Returns 0, or -1 with errno set; logs nothing.
+ * Threads: any. */
+VEL_API int vel_utf8rmdir(const char *pathname);
+
+VEL_DECLARATIONS_END
+
+#endif
