@@ -121,6 +121,7 @@
 #include <vellib/velgethostname.h>
 #include <vellib/velgetopt.h>
 #include <vellib/vellibrary.h>
+#include <vellib/vellocalization.h>
 #include <vellib/velsetenv.h>
 #include <vellib/veltest.h>
 #include <vellib/veluname.h>
