@@ -13,6 +13,7 @@
 #include <string_view>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace support {
@@ -29,29 +30,51 @@ static const size_t kRoom = 4096;
     abort();
 }
 
-http_server::http_server(std::vector<http_exchange> script, bool repeats)
-    : script_(std::move(script)), repeats_(repeats), requests_(script_.size())
+http_server::http_server(std::vector<http_exchange> script, bool repeats, const std::string &path)
+    : script_(std::move(script)), repeats_(repeats), path_(path), requests_(script_.size())
+{
+    for (size_t i = 0; i < script_.size(); i++)
+        requests_[i].reserve(kRoom + script_[i].bodylen);
+    if (pipe(stop_) != 0)
+        fail("pipe");
+    if (path_.empty() ? !listen_on_loopback() : !listen_locally())
+        fail("listen");
+    thread_ = std::thread(&http_server::run, this);
+}
+
+bool http_server::listen_on_loopback()
 {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
     auto *generic = static_cast<sockaddr *>(static_cast<void *>(&address));
-    for (size_t i = 0; i < script_.size(); i++)
-        requests_[i].reserve(kRoom + script_[i].bodylen);
-    if (pipe(stop_) != 0)
-        fail("pipe");
     listener_ = socket(AF_INET, SOCK_STREAM, 0);
     if (listener_ < 0 || bind(listener_, generic, length) != 0 || listen(listener_, 16) != 0 ||
         getsockname(listener_, generic, &length) != 0)
-        fail("listen");
+        return false;
     port_ = ntohs(address.sin_port);
-    thread_ = std::thread(&http_server::run, this);
+    return true;
+}
+
+bool http_server::listen_locally()
+{
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path_.size() >= sizeof address.sun_path)
+        return false;
+    path_.copy(address.sun_path, path_.size());
+    const auto *generic = static_cast<const sockaddr *>(static_cast<const void *>(&address));
+    listener_ = socket(AF_UNIX, SOCK_STREAM, 0);
+    return listener_ >= 0 && bind(listener_, generic, sizeof address) == 0 &&
+           listen(listener_, 16) == 0;
 }
 
 http_server::~http_server()
 {
     finish();
+    if (!path_.empty())
+        unlink(path_.c_str());
     close(listener_);
     close(stop_[0]);
     close(stop_[1]);

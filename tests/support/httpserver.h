@@ -27,13 +27,15 @@ struct http_exchange {
     bool gated = false; /* answers when open_gate was called */
 };
 
-/* A server on a free loopback port with one thread, which serves one connection after the other by
- * a script. Its thread uses no function of the library, and it allocates nothing. Every wait is
+/* A server on a free loopback port, or on a UNIX-domain socket, with one thread, which serves one
+ * connection after the other by a script. Its thread uses no function of the library, and it allocates nothing. Every wait is
  * bounded; a failure of the platform ends the program. */
 class http_server {
   public:
-    /* With repeats, the script begins again at its end, until finish is called. */
-    explicit http_server(std::vector<http_exchange> script, bool repeats = false);
+    /* With repeats, the script begins again at its end, until finish is called. With a path, that is
+     * the socket, which is removed with the server. */
+    explicit http_server(std::vector<http_exchange> script, bool repeats = false,
+                         const std::string &path = "");
     ~http_server();
     http_server(const http_server &) = delete;
     http_server &operator=(const http_server &) = delete;
@@ -56,6 +58,8 @@ class http_server {
     std::vector<std::string> finish();
 
   private:
+    bool listen_locally();
+    bool listen_on_loopback();
     void run();
     void serve(int connection, size_t *stepptr);
     bool exchange(int connection, const http_exchange &step, std::string &request);
@@ -63,6 +67,7 @@ class http_server {
 
     const std::vector<http_exchange> script_;
     const bool repeats_;
+    const std::string path_;
     std::vector<std::string> requests_;
     size_t begun_ = 0;
     int listener_ = -1;
