@@ -1,0 +1,713 @@
+/* velicap: hands a file to an ICAP service, such as a virus scanner or a content filter, and says what
+ * came back.
+ *
+ * A host program of vellib: an ICAP client over TCP and UNIX-domain sockets. */
+#define _XOPEN_SOURCE 700
+
+#include <ctype.h>
+#include <errno.h>
+#include <getopt.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <vellib/vellib.h>
+
+enum {
+    FAILED = 1,
+    FAILED_USAGE = 2,
+    FAILED_URL = 3,
+    FAILED_RESOLVE = 6,
+    FAILED_CONNECT = 7,
+    FAILED_REPLY = 8,
+    FAILED_STATUS = 22,
+    FAILED_WRITE = 23,
+    FAILED_READ = 26,
+    FAILED_TIMEOUT = 28,
+    FAILED_LOST = 56
+};
+
+static const char usage[] =
+    "usage: velicap [OPTION]... --url icap://HOST[:PORT]/SERVICE\n"
+    "       velicap [OPTION]... --socket PATH --url /SERVICE\n"
+    "Hands an HTTP message to an ICAP service and says what came back.\n"
+    "\n"
+    "      --respmod              the message is a response; this is the default\n"
+    "      --reqmod               the message is a request\n"
+    "      --options              no message: ask what the service can do\n"
+    "      --url URL              the service; icap+unix://ESCAPED-PATH/SERVICE is known, too\n"
+    "      --socket PATH          go through the UNIX-domain socket PATH\n"
+    "      --body FILE            the body of the message; - is standard input\n"
+    "      --request-headers FILE, --response-headers FILE\n"
+    "                             what stands before it: a first line and headers, up to an\n"
+    "                             empty line or the end of FILE\n"
+    "      --allow-204            let the service answer just that it has nothing to change\n"
+    "      --timeout S            limit for all of it, in seconds; 300 by default, 0 for none\n"
+    "  -o, --output FILE          write the body that came back to FILE; - is standard output\n"
+    "  -v, --verbose              show the log of the library; twice: all of it\n"
+    "      --help, --version\n"
+    "\n"
+    "Headers that are not given are made up around the body. If headers that are given announce\n"
+    "Transfer-Encoding: chunked, FILE must be in chunks, and so is what comes back.\n"
+    "All of it is sent before the answer is read: a service that answers while it still reads may\n"
+    "come to a stop over some MiB, until the time limit.\n"
+    "With -o, an answer that the message needs no change (status 204) writes the body that was\n"
+    "sent. Nothing is written when velicap fails.\n"
+    "\n"
+    "Exit codes: 0 status 200 or 204; 1 out of memory; 2 usage; 3 URL; 6 host name not resolved;\n"
+    "7 not connected; 8 reply not understood; 22 other status; 23 cannot write; 26 cannot read;\n"
+    "28 time limit; 56 connection lost.\n";
+
+enum method { RESPMOD, REQMOD, OPTIONS };
+static const char *const method_names[] = {"RESPMOD", "REQMOD", "OPTIONS"};
+
+struct block {
+    char *data; /* owned; NULL: not there */
+    size_t size;
+};
+
+struct job {
+    velicap *velicap;
+    enum method method;
+    const char *url;                                                /* as given */
+    const char *socketpath;                                         /* NULL: none */
+    const char *bodyname, *requestname, *responsename, *outputname; /* NULL: not given */
+    char *serviceurl;                                               /* owned; for the library */
+    struct block body;
+    int isinchunks; /* the message is, by its headers */
+    int verbose;
+    char reason[300]; /* the first line in which the library said what is wrong */
+};
+
+/* ---- messages -------------------------------------------------------------------------------- */
+
+/* What comes from a server may not steer the terminal. */
+static void make_harmless(char *text)
+{
+    for (; *text; text++)
+        *text = (unsigned char)*text < ' ' || *text == 127 ? '?' : *text;
+}
+
+/* Prints the one line that says what went wrong; returns the exit code. */
+static int fail(int code, const char *format, ...)
+{
+    char text[2000];
+    va_list arguments;
+
+    va_start(arguments, format);
+    vsnprintf(text, sizeof(text), format, arguments);
+    va_end(arguments);
+    make_harmless(text);
+    fprintf(stderr, "velicap: %s\n", text);
+    return code;
+}
+
+static int fail_memory(void)
+{
+    return fail(FAILED, "%s", vel_error_string(VEL_ERROR_NO_MEMORY));
+}
+
+/* Keeps the first line of those that say what is wrong; the others only say where that came up. */
+static int on_log(const char *string, size_t length, int level, time_t when, void *context)
+{
+    struct job *job = context;
+
+    (void)level;
+    (void)when;
+    if (!job->reason[0])
+        snprintf(job->reason, sizeof(job->reason), "%.*s", (int)length, string);
+    return 0;
+}
+
+/* ---- what is read ---------------------------------------------------------------------------- */
+
+/* Reads a stream to its end. Returns -1 with errno set. */
+static int read_stream(FILE *stream, struct block *block)
+{
+    size_t room = 65536, count;
+
+    block->data = vel_malloc(room);
+    while (block->data &&
+           (count = vel_file_read(stream, block->data + block->size, room - block->size)) > 0) {
+        block->size += count;
+        if (block->size < room)
+            continue;
+        char *grown = vel_realloc(block->data, room *= 2);
+        if (!grown)
+            vel_free(block->data);
+        block->data = grown;
+    }
+    if (!block->data)
+        errno = ENOMEM;
+    return block->data && !vel_file_ferror(stream) ? 0 : -1;
+}
+
+static int read_file(const char *filename, struct block *block)
+{
+    int isstdin = strcmp(filename, "-") == 0;
+    FILE *file = isstdin ? vel_file_get_stdin() : vel_file_open_binary(filename);
+    int result = file ? read_stream(file, block) : -1;
+    int readerrno = errno;
+
+    if (file && !isstdin)
+        vel_file_close(file);
+    return result == 0 ? 0
+                       : fail(FAILED_READ, "cannot read %s: %s",
+                              isstdin ? "standard input" : filename, strerror(readerrno));
+}
+
+/* Copies headers up to their empty line, every line with the end that the wire wants. */
+static int take_lines(const struct block *text, struct block *headers)
+{
+    const char *pos = text->data, *end = text->data + text->size;
+
+    headers->data = vel_malloc(2 * text->size + 4);
+    if (!headers->data)
+        return -1;
+    while (pos < end && *pos != '\n' && *pos != '\r') {
+        const char *lineend = memchr(pos, '\n', (size_t)(end - pos));
+        size_t length = (size_t)((lineend ? lineend : end) - pos);
+        size_t kept = length > 0 && pos[length - 1] == '\r' ? length - 1 : length;
+        memcpy(headers->data + headers->size, pos, kept);
+        memcpy(headers->data + headers->size + kept, "\r\n", 2);
+        headers->size += kept + 2;
+        pos += lineend ? length + 1 : length;
+    }
+    memcpy(headers->data + headers->size, "\r\n", 3);
+    headers->size += 2;
+    return 0;
+}
+
+/* Whether the first line of headers is one of a response, or of a request. */
+static int begins_well(const struct block *headers, int isresponse)
+{
+    const char *protocol = strstr(headers->data, isresponse ? "HTTP/" : " HTTP/");
+
+    return protocol &&
+           (isresponse ? protocol == headers->data : protocol < strchr(headers->data, '\r'));
+}
+
+static int read_headers(const char *filename, int isresponse, struct block *headers)
+{
+    struct block text = {NULL, 0};
+    int code = read_file(filename, &text);
+
+    if (!code && take_lines(&text, headers) != 0)
+        code = fail_memory();
+    if (!code && !begins_well(headers, isresponse))
+        code = fail(FAILED_READ, "%s: the first line must be like \"%s\"", filename,
+                    isresponse ? "HTTP/1.1 200 OK" : "GET http://host/path HTTP/1.1");
+    vel_free(text.data);
+    return code;
+}
+
+/* ---- the message ----------------------------------------------------------------------------- */
+
+/* A new string with everything escaped that may mean something in a URL. */
+static char *escape(const char *text)
+{
+    static const char plain[] =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+    char *escaped = vel_malloc(3 * strlen(text) + 1), *pos = escaped;
+
+    for (; escaped && *text; text++)
+        if (strchr(plain, *text))
+            *pos++ = *text;
+        else
+            pos += vel_snprintf(pos, 4, "%%%02X", (unsigned int)(unsigned char)*text);
+    if (escaped)
+        *pos = '\0';
+    return escaped;
+}
+
+/* Makes up the headers of a request that the body could be part of, or the answer to. */
+static int make_request_headers(struct job *job, struct block *headers)
+{
+    int isnamed = job->bodyname && strcmp(job->bodyname, "-") != 0;
+    const char *slash = isnamed ? strrchr(job->bodyname, '/') : NULL;
+    char *name = escape(slash ? slash + 1 : isnamed ? job->bodyname : "");
+
+    if (name && job->method == REQMOD && job->body.data)
+        headers->data = vel_strdupf("POST http://velicap.invalid/%s HTTP/1.1\r\n"
+                                    "Host: velicap.invalid\r\n"
+                                    "Content-Type: application/octet-stream\r\n"
+                                    "Content-Length: %lu\r\n\r\n",
+                                    name, (unsigned long)job->body.size);
+    else if (name)
+        headers->data = vel_strdupf("GET http://velicap.invalid/%s HTTP/1.1\r\n"
+                                    "Host: velicap.invalid\r\n\r\n",
+                                    name);
+    vel_free(name);
+    headers->size = headers->data ? strlen(headers->data) : 0;
+    return headers->data ? 0 : fail_memory();
+}
+
+static int make_response_headers(struct job *job, struct block *headers)
+{
+    headers->data = vel_strdupf("HTTP/1.1 200 OK\r\n"
+                                "Content-Type: application/octet-stream\r\n"
+                                "Content-Length: %lu\r\n\r\n",
+                                (unsigned long)job->body.size);
+    headers->size = headers->data ? strlen(headers->data) : 0;
+    return headers->data ? 0 : fail_memory();
+}
+
+/* One kind of headers: where they come from if not from a file, and where they go. */
+struct headers_kind {
+    int isresponse;
+    int (*make)(struct job *job, struct block *headers);
+    vel_error_t (*set)(velicap *velicap, const void *data, size_t size);
+};
+
+static const struct headers_kind request_headers = {0, make_request_headers,
+                                                    vel_icap_set_request_headers};
+static const struct headers_kind response_headers = {1, make_response_headers,
+                                                     vel_icap_set_response_headers};
+
+static int set_headers(struct job *job, const struct headers_kind *kind, const char *filename)
+{
+    struct block headers = {NULL, 0};
+    int code =
+        filename ? read_headers(filename, kind->isresponse, &headers) : kind->make(job, &headers);
+
+    if (!code) {
+        vel_error_t error = kind->set(job->velicap, headers.data, headers.size);
+        if (error == VEL_ERROR_INVALID_SYNTAX)
+            code = fail(FAILED_READ, "%s: a line without a colon among the headers", filename);
+        else if (error)
+            code = fail_memory();
+    }
+    vel_free(headers.data);
+    return code;
+}
+
+/* An empty body is none: there is nothing to put into a chunk. */
+static int set_body(struct job *job)
+{
+    vel_error_t error = VEL_ERROR_NONE;
+
+    if (job->body.size > 0 && job->method == REQMOD)
+        error = vel_icap_set_request_body(job->velicap, job->body.data, job->body.size);
+    else if (job->body.size > 0)
+        error = vel_icap_set_response_body(job->velicap, job->body.data, job->body.size);
+    return error ? fail_memory() : 0;
+}
+
+/* Whether a body can be one in chunks: a size and a line end, and an empty line at the end. */
+static int looks_chunked(const struct block *body)
+{
+    size_t digits = 0;
+
+    while (digits < body->size && isxdigit((unsigned char)body->data[digits]))
+        digits++;
+    return digits > 0 && body->size >= digits + 4 && memcmp(body->data + digits, "\r\n", 2) == 0 &&
+           memcmp(body->data + body->size - 4, "\r\n\r\n", 4) == 0;
+}
+
+/* Headers may come from where the chunks were taken off. The server would wait for more of them. */
+static int check_chunks(struct job *job)
+{
+    unsigned int kind = job->method == REQMOD ? VEL_ICAP_ENCAPSULATED_GEN_REQBODY
+                                              : VEL_ICAP_ENCAPSULATED_GEN_RESBODY;
+
+    if (vel_icap_part_is_chunk_encoded(job->velicap, kind, &job->isinchunks) != VEL_ERROR_NONE)
+        return fail_memory();
+    if (!job->isinchunks || job->body.size == 0 || looks_chunked(&job->body))
+        return 0;
+    return fail(FAILED_READ, "%s is not in chunks; take Transfer-Encoding out of the headers",
+                job->bodyname);
+}
+
+static int set_message(struct job *job)
+{
+    int code = 0;
+
+    if (job->method == OPTIONS) {
+        vel_icap_set_method_options(job->velicap);
+        return 0;
+    }
+    if (job->bodyname)
+        code = read_file(job->bodyname, &job->body);
+    if (!code)
+        code = set_headers(job, &request_headers, job->requestname);
+    if (job->method == REQMOD) {
+        vel_icap_set_method_reqmod(job->velicap);
+    } else {
+        vel_icap_set_method_respmod(job->velicap);
+        if (!code)
+            code = set_headers(job, &response_headers, job->responsename);
+    }
+    if (!code)
+        code = check_chunks(job);
+    return code ? code : set_body(job);
+}
+
+/* ---- the service ----------------------------------------------------------------------------- */
+
+/* Makes the URL that goes through the socket from a path, or from the path of a URL. */
+static char *make_socket_url(const char *socketpath, const char *servicepath)
+{
+    char *escaped = escape(socketpath);
+    char *url = escaped ? vel_strdupf("icap+unix://%s%s", escaped, servicepath) : NULL;
+
+    vel_free(escaped);
+    return url;
+}
+
+static int use_socket(struct job *job, velurl *velurl)
+{
+    struct sockaddr_un address;
+    const char *path = job->url;
+
+    if (strlen(job->socketpath) >= sizeof(address.sun_path))
+        return fail(FAILED_URL, "%s: a path of a socket has at most %lu bytes", job->socketpath,
+                    (unsigned long)sizeof(address.sun_path) - 1);
+    if (path[0] != '/') {
+        if (vel_url_set_url(velurl, path) != VEL_ERROR_NONE ||
+            strcmp(vel_url_get_scheme(velurl), "icap") != 0)
+            return fail(FAILED_URL, "%s: with --socket, --url is /SERVICE", path);
+        path = vel_url_get_localpart(velurl);
+    }
+    job->serviceurl = make_socket_url(job->socketpath, path);
+    return job->serviceurl ? 0 : fail_memory();
+}
+
+static int use_url(struct job *job, velurl *velurl)
+{
+    vel_error_t error = vel_url_set_url(velurl, job->url);
+
+    if (error == VEL_ERROR_NO_MEMORY)
+        return fail_memory();
+    if (error || !*vel_url_get_host(velurl))
+        return fail(FAILED_URL, "%s: not a URL like icap://host/service", job->url);
+    if (strcmp(vel_url_get_scheme(velurl), "icap") == 0) {
+        unsigned int port = vel_url_get_port(velurl);
+        if (port < 1 || port > 65535)
+            return fail(FAILED_URL, "%s: a port is a number from 1 to 65535", job->url);
+    } else if (strcmp(vel_url_get_scheme(velurl), "icap+unix") != 0) {
+        return fail(FAILED_URL, "%s: only icap:// and icap+unix:// are supported", job->url);
+    }
+    job->serviceurl = vel_strdup(job->url);
+    return job->serviceurl ? 0 : fail_memory();
+}
+
+static int set_service(struct job *job)
+{
+    velurl *velurl = vel_url_create();
+    if (!velurl)
+        return fail_memory();
+
+    int code = job->socketpath ? use_socket(job, velurl) : use_url(job, velurl);
+    vel_url_destroy(velurl);
+    if (!code && vel_icap_set_url(job->velicap, job->serviceurl) != VEL_ERROR_NONE)
+        code = fail_memory();
+    return code;
+}
+
+/* ---- what came back -------------------------------------------------------------------------- */
+
+/* Prints lines that came from the server, each indented. */
+static void print_lines(FILE *out, char *text)
+{
+    char *line = text, *next;
+
+    for (; line && *line; line = next) {
+        next = strchr(line, '\n');
+        if (next)
+            *next++ = '\0';
+        line[strcspn(line, "\r")] = '\0';
+        make_harmless(line);
+        if (*line)
+            fprintf(out, "  %s\n", line);
+    }
+}
+
+static int save(const struct job *job, const struct block *body)
+{
+    int result = 0;
+
+    if (!job->outputname)
+        return 0;
+    if (strcmp(job->outputname, "-") != 0)
+        result = vel_file_data_save(job->outputname, body->data, body->size);
+    else if (vel_file_write(stdout, body->data, body->size) != body->size)
+        result = -1;
+    return result == 0
+               ? 0
+               : fail(FAILED_WRITE, "cannot write %s: %s", job->outputname, strerror(errno));
+}
+
+/* Says what became of the body, and saves it. */
+static int take_body(struct job *job, FILE *out)
+{
+    struct block body = {NULL, 0};
+    int isunchanged = vel_icap_get_status_code(job->velicap) == 204;
+    int code;
+
+    if (isunchanged) {
+        fprintf(out, "Nothing to change\n");
+        return save(job, &job->body);
+    }
+    vel_error_t error = vel_icap_get_response_body_and_size(job->velicap, &body.data, &body.size);
+    if (error == VEL_ERROR_NO_MEMORY)
+        return fail_memory();
+    if (job->isinchunks && body.size >= 5)
+        body.size -= 5; /* the library ends a body in chunks twice */
+    int issame = body.size == job->body.size &&
+                 (body.size == 0 || memcmp(body.data, job->body.data, body.size) == 0);
+    if (body.size == 0)
+        fprintf(out, "No body\n");
+    else if (job->method == OPTIONS)
+        fprintf(out, "Body: %lu bytes\n", (unsigned long)body.size);
+    else
+        fprintf(out, "Body: %lu bytes, %s\n", (unsigned long)body.size,
+                issame ? "as they were sent" : "not those that were sent");
+    code = save(job, &body);
+    vel_free(body.data);
+    return code;
+}
+
+static void print_headers(struct job *job, FILE *out)
+{
+    char *text = NULL;
+
+    fprintf(out, "ICAP status %u\n", vel_icap_get_status_code(job->velicap));
+    if (vel_icap_get_response_icap_headers(job->velicap, &text) == VEL_ERROR_NONE)
+        print_lines(out, text);
+    vel_free(text);
+    if (vel_icap_get_response_headers(job->velicap, &text) == VEL_ERROR_NONE) {
+        fprintf(out, "HTTP message\n");
+        print_lines(out, text);
+    }
+    vel_free(text);
+}
+
+static const struct cause {
+    vel_error_t error;
+    int code;
+    const char *text; /* NULL: that of the error */
+} causes[] = {
+    {VEL_ERROR_NO_MEMORY, FAILED, NULL},
+    {VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, "the URL is not valid"},
+    {VEL_ERROR_INVALID_SYNTAX, FAILED_URL,
+     "the path of the socket is not escaped well; use --socket"},
+    {VEL_ERROR_HOST_UNRESOLVED, FAILED_RESOLVE, "no such host"},
+    {VEL_ERROR_NOT_FOUND, FAILED_RESOLVE, "the name has no address"},
+    {VEL_ERROR_NO_ADDRESSES_IN_FAMILY, FAILED_RESOLVE, NULL},
+    {VEL_ERROR_TEMPORARY_FAILURE, FAILED_RESOLVE, "no answer from a name server"},
+    {VEL_ERROR_PERMANENT_FAILURE, FAILED_RESOLVE, "the name server refuses"},
+    {VEL_ERROR_GENERIC, FAILED_CONNECT, "cannot connect to the socket; is the server running?"},
+    {VEL_ERROR_CONNECTION_REFUSED, FAILED_CONNECT,
+     "the connection is refused; is the server running, and on this port?"},
+    {VEL_ERROR_NETWORK_UNREACHABLE, FAILED_CONNECT, NULL},
+    {VEL_ERROR_CONNECTION_TIMED_OUT, FAILED_TIMEOUT, NULL},
+    {VEL_ERROR_TIMED_OUT, FAILED_TIMEOUT, "the time limit has passed; --timeout sets it"},
+    {VEL_ERROR_END_OF_FILE, FAILED_LOST, "the server closed the connection without an answer"},
+    {VEL_ERROR_BROKEN_PIPE, FAILED_LOST,
+     "the server hung up before it had everything; is there such a service?"},
+    {VEL_ERROR_CONNECTION_RESET, FAILED_LOST,
+     "the server hung up before it had everything; is there such a service?"},
+    {VEL_ERROR_PROTOCOL, FAILED_REPLY, "not an ICAP reply that is understood"},
+    {VEL_ERROR_MESSAGE_TOO_LONG, FAILED_REPLY, "a line of the reply is too long"},
+    {VEL_ERROR_UNSUPPORTED, FAILED_REPLY, "a reply of a form that is not supported"},
+    {VEL_ERROR_INTERNAL, FAILED_REPLY, "the reply ends within a line"},
+    {VEL_ERROR_INVALID_SYNTAX, FAILED_REPLY, "a header line without a colon"},
+};
+
+static int explain_error(const struct job *job, vel_error_t error)
+{
+    int hasstatus = vel_icap_get_status_code(job->velicap) != 0;
+    int code = FAILED_LOST;
+    const char *subject = job->socketpath ? job->socketpath : job->url;
+    const char *text = vel_error_string(error);
+
+    for (size_t i = 0; i < sizeof(causes) / sizeof(causes[0]); i++) {
+        const struct cause *cause = &causes[i];
+        int isearlier = cause->code > FAILED && cause->code < FAILED_REPLY;
+        if (cause->error == error && !(hasstatus && isearlier)) {
+            code = cause->code;
+            text = cause->text ? cause->text : text;
+            break;
+        }
+    }
+    if (code == FAILED_REPLY && job->reason[0])
+        return fail(code, "%s: %s: %s", subject, text, job->reason);
+    return fail(code, "%s: %s", subject, text);
+}
+
+static int explain_status(const struct job *job, unsigned int status)
+{
+    const char *method = method_names[job->method];
+
+    switch (status) {
+    case 404:
+        return fail(FAILED_STATUS, "%s: ICAP status 404: no such service; see the path of the URL",
+                    job->url);
+    case 405:
+        return fail(FAILED_STATUS, "%s: ICAP status 405: the service does not take %s", job->url,
+                    method);
+    default:
+        return fail(FAILED_STATUS, "%s: ICAP status %u", job->url, status);
+    }
+}
+
+static int run(struct job *job)
+{
+    FILE *out = job->outputname && strcmp(job->outputname, "-") == 0 ? stderr : stdout;
+    int code = set_service(job);
+    if (!code)
+        code = set_message(job);
+    if (code)
+        return code;
+
+    job->reason[0] = '\0';
+    vel_error_t error = vel_icap_perform(job->velicap);
+    unsigned int status = vel_icap_get_status_code(job->velicap);
+    int isrefusal = status != 0 && status != 200 && status != 204;
+    if (error && !isrefusal)
+        return explain_error(job, error);
+    print_headers(job, out);
+    fflush(out);
+    code = isrefusal ? explain_status(job, status) : take_body(job, out);
+    if (fflush(stdout) != 0 && !code)
+        code = fail(FAILED_WRITE, "cannot write to standard output: %s", strerror(errno));
+    return code;
+}
+
+/* ---- options --------------------------------------------------------------------------------- */
+
+/* Sets the time limit from a number such as 2.5. */
+static int set_limit(struct job *job, const char *text)
+{
+    char *end = NULL;
+    double seconds = strtod(text, &end);
+    if (end == text || *end || !(seconds >= 0 && seconds < 1e9))
+        return fail(FAILED_USAGE, "not a number of seconds: %s", text);
+
+    int whole = (int)seconds;
+    unsigned int micros = (unsigned int)((seconds - whole) * 1e6);
+    vel_icap_set_timeout(job->velicap, whole > 0 || micros > 0 ? whole : -1, micros);
+    return 0;
+}
+
+/* Takes one option; returns 0 or an exit code. */
+static int take_option(struct job *job, int option)
+{
+    switch (option) {
+    case 'R':
+    case 'Q':
+    case 'O':
+        job->method = option == 'R' ? RESPMOD : option == 'Q' ? REQMOD : OPTIONS;
+        return 0;
+    case 'u':
+        job->url = optarg;
+        return 0;
+    case 's':
+        job->socketpath = optarg;
+        return 0;
+    case 'b':
+        job->bodyname = optarg;
+        return 0;
+    case 'q':
+        job->requestname = optarg;
+        return 0;
+    case 'r':
+        job->responsename = optarg;
+        return 0;
+    case '4':
+        vel_icap_set_allow_204(job->velicap);
+        return 0;
+    case 't':
+        return set_limit(job, optarg);
+    case 'o':
+        job->outputname = optarg;
+        return 0;
+    case 'v':
+        job->verbose++;
+        return 0;
+    default:
+        fputs("Try 'velicap --help'.\n", stderr);
+        return FAILED_USAGE;
+    }
+}
+
+/* Tests that what was given fits together. */
+static int check_options(const struct job *job)
+{
+    if (!job->url)
+        return fail(FAILED_USAGE, "--url is needed; try 'velicap --help'");
+    if (job->url[strcspn(job->url, " \t\r\n")])
+        return fail(FAILED_URL, "the URL has white space in it: %s", job->url);
+    if (job->method == OPTIONS && (job->bodyname || job->requestname || job->responsename))
+        return fail(FAILED_USAGE, "--options takes no message");
+    if (job->method == REQMOD && job->responsename)
+        return fail(FAILED_USAGE, "--reqmod takes no --response-headers");
+    return 0;
+}
+
+/* Takes all options; returns 0, or an exit code, or -1 if there is nothing left to do. */
+static int take_options(struct job *job, int argc, char **argv)
+{
+    static const struct option options[] = {{"respmod", no_argument, NULL, 'R'},
+                                            {"reqmod", no_argument, NULL, 'Q'},
+                                            {"options", no_argument, NULL, 'O'},
+                                            {"url", required_argument, NULL, 'u'},
+                                            {"socket", required_argument, NULL, 's'},
+                                            {"body", required_argument, NULL, 'b'},
+                                            {"request-headers", required_argument, NULL, 'q'},
+                                            {"response-headers", required_argument, NULL, 'r'},
+                                            {"allow-204", no_argument, NULL, '4'},
+                                            {"timeout", required_argument, NULL, 't'},
+                                            {"output", required_argument, NULL, 'o'},
+                                            {"verbose", no_argument, NULL, 'v'},
+                                            {"help", no_argument, NULL, 'h'},
+                                            {"version", no_argument, NULL, 'V'},
+                                            {NULL, 0, NULL, 0}};
+    int option = 0;
+
+    vel_icap_set_timeout(job->velicap, 300, 0);
+    while ((option = getopt_long(argc, argv, "o:v", options, NULL)) != -1) {
+        if (option == 'h' || option == 'V') {
+            fputs(option == 'h' ? usage : "velicap 1.0.0\n", stdout);
+            return -1;
+        }
+        int code = take_option(job, option);
+        if (code)
+            return code;
+    }
+    if (optind < argc)
+        return fail(FAILED_USAGE, "not an option: %s; a file is named by --body", argv[optind]);
+    if (job->verbose) {
+        vel_log_stderr_enable(NULL);
+        vel_log_stderr_set_level(NULL, job->verbose > 1 ? 16 : 8);
+    }
+    return check_options(job);
+}
+
+int main(int argc, char **argv)
+{
+    struct job job = {.method = RESPMOD};
+    int code = FAILED;
+
+    vel_log_stderr_disable(NULL);
+    vel_log_callback_set(NULL, on_log, &job);
+    vel_log_callback_set_level(NULL, 7);
+    vel_log_callback_enable(NULL);
+    vel_signal_ignore_sigpipe(); /* a closed connection is an error code, not the end */
+
+    job.velicap = vel_icap_create();
+    if (!job.velicap)
+        fail_memory();
+    else if ((code = take_options(&job, argc, argv)) == 0)
+        code = run(&job);
+
+    if (job.velicap)
+        vel_icap_destroy(job.velicap);
+    vel_free(job.body.data);
+    vel_free(job.serviceurl);
+    vel_uninit();
+    return code < 0 ? 0 : code;
+}
