@@ -75,11 +75,8 @@ VEL_API char vel_dir_separator(void);
  *
  * Returns 0, or a number other than 0, and each failure is logged. What cannot be removed does not
  * keep the rest from being removed; it stays, with the directories above it.
- * Note: each level of depth holds one descriptor open, and a path cannot be longer than the
- * platform allows. A tree deeper than that (about 1000 levels with the usual limit of 1024
- * descriptors) keeps its deepest part, and the result says so.
- * Note: the tree is walked by paths. Somebody else who may write in it can swap a directory for a
- * symbolic link at the wrong moment, and have files removed outside of it. */
+ * Note: a tree may be of any depth. It takes up to 65 descriptors, and memory for each level; with
+ * less than that, the result says that something stays. */
 VEL_API int vel_dir_remove_recursive(const char *path);
 
 VEL_DECLARATIONS_END

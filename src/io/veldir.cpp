@@ -3,6 +3,7 @@
 #include <vellib/velstat.h>
 
 #include "io/veldir_core.h"
+#include "io/veldir_remove_core.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 
@@ -29,11 +30,8 @@ struct dir_twin {
     static constexpr auto stat_lstat = vel_stat_lstat;
     static constexpr auto stat_is_directory = vel_stat_is_directory;
     static constexpr auto stat_is_symlink = vel_stat_is_symlink;
-    static constexpr auto open = vel_dir_open;
     static constexpr auto destroy = vel_dir_destroy;
     static constexpr auto next = vel_dir_next;
-    static constexpr auto is_directory = vel_dir_is_directory;
-    static constexpr auto is_symlink = vel_dir_is_symlink;
     static constexpr auto fetch_name = vel_dir_fetch_name;
     static constexpr auto stored_name = vel_dir_fetch_name;
     static constexpr auto check_stat = vel_dir_check_stat;

@@ -3,58 +3,65 @@
 
 #include <dirent.h>
 #include <errno.h>
-#include <string.h>
 
-#include <vellib/veldeletefile.h>
 #include <vellib/veldir.h>
 #include <vellib/velerror.h>
 #include <vellib/velmalloc.h>
-#include <vellib/velrmdir.h>
 #include <vellib/velstrdup.h>
 #include <vellib/velstrdupf.h>
 
 #include "util/vellog_macros.h"
 
-/* The walk of a directory and the removal of a tree, which veldir shares with its twin for names in
- * Normalization Form C. What asserts names its handle, so it stands in the twins. A twin has
+/* The walk of a directory, which veldir shares with its twin for names in Normalization Form C, and
+ * veldir_remove_core.h has the removal of a tree. What asserts names its handle, so it stands in the
+ * twins. A twin has
  *   handle                 the type of its handle, whose fields have the names of veldir
  *   module, prefix         the path that its lines of log show, and what its functions begin with
  *   statname, stat         the type of its stat objects in the log, and the field that holds one
  *   stat_create ...        the functions of that type, and those of its own
- *   stored_name(dir)       the current entry's name as the file system has it, which is what every
- *                          path is built with; NULL, logged, without a current entry
+ *   stored_name(dir)       the current entry's name as the file system has it, which is what the
+ *                          entry is looked up by; NULL, logged, without a current entry
  *   check_stat(dir)        looks at the current entry if that was not done
  *   deletes(path)          is told of each path before it is deleted that is no directory */
 
-/* Zeroed fields are what a handle without a stream has. On false the caller destroys it. */
+/* A handle without a path and a stream. */
+template <typename Twin> static typename Twin::handle *vel_dircore_create()
+{
+    auto *dir = static_cast<typename Twin::handle *>(vel_cmalloc(sizeof(typename Twin::handle)));
+    if (!dir)
+        VEL_LOG_IN(Twin::module, 7, "not enough memory for directory handle");
+    return dir;
+}
+
+/* Gives the handle the stream that was just opened on path, or says why there is none. That the
+ * directory is missing is an ordinary answer. */
+template <typename Twin>
+static bool vel_dircore_attach(typename Twin::handle *dir, DIR *stream, const char *path)
+{
+    const int platformerrno = errno;
+    dir->dir = stream;
+    if (!stream && platformerrno != ENOENT)
+        VEL_LOG_IN(Twin::module, 7, "unable to open directory '%s', error %d", path, platformerrno);
+    return stream;
+}
+
+/* On false the caller destroys the handle. */
 template <typename Twin> static bool vel_dircore_build(typename Twin::handle *dir, const char *path)
 {
-    if (path) {
-        dir->path = vel_strdup(path);
-        if (!dir->path) {
-            VEL_LOG_IN(Twin::module, 7, "not enough memory for path '%s'", path);
-            return false;
-        }
-    } else {
-        path = ".";
+    if (!path)
+        return vel_dircore_attach<Twin>(dir, opendir("."), ".");
+    dir->path = vel_strdup(path);
+    if (!dir->path) {
+        VEL_LOG_IN(Twin::module, 7, "not enough memory for path '%s'", path);
+        return false;
     }
-    dir->dir = opendir(path);
-    if (dir->dir)
-        return true;
-    const int platformerrno = errno;
-    if (platformerrno != ENOENT)
-        VEL_LOG_IN(Twin::module, 7, "unable to open directory '%s', error %d", path, platformerrno);
-    return false;
+    return vel_dircore_attach<Twin>(dir, opendir(path), path);
 }
 
 template <typename Twin> static typename Twin::handle *vel_dircore_open(const char *path)
 {
-    auto *dir = static_cast<typename Twin::handle *>(vel_cmalloc(sizeof(typename Twin::handle)));
-    if (!dir) {
-        VEL_LOG_IN(Twin::module, 7, "not enough memory for directory handle");
-        return nullptr;
-    }
-    if (!vel_dircore_build<Twin>(dir, path)) {
+    auto *dir = vel_dircore_create<Twin>();
+    if (dir && !vel_dircore_build<Twin>(dir, path)) {
         Twin::destroy(dir);
         return nullptr;
     }
@@ -170,117 +177,6 @@ template <typename Twin> static int vel_dircore_answer(int answer)
     if (answer == -1)
         VEL_LOG_IN(Twin::module, 6, "INTERNAL ERROR: stat result was not valid");
     return answer;
-}
-
-template <typename Twin> static int vel_dircore_remove_tree(const char *path);
-
-/* Removes the current entry with all that is in it. What cannot be looked at is not entered. A link
- * to a directory is deleted as any file; a platform where that takes another call is why it has a
- * branch of its own. */
-template <typename Twin>
-static bool vel_dircore_remove_entry(typename Twin::handle *dir, const char *path)
-{
-    if (Twin::is_directory(dir) != 1) {
-        Twin::deletes(path);
-        if (vel_deletefile(path) == 0)
-            return true;
-        VEL_LOG_IN(Twin::module, 7, "unable to delete file '%s'", path);
-        return false;
-    }
-    if (Twin::is_symlink(dir) == 0)
-        return vel_dircore_remove_tree<Twin>(path) == 0;
-    if (vel_deletefile(path) == 0)
-        return true;
-    VEL_LOG_IN(Twin::module, 7, "unable to delete symbolic link '%s'", path);
-    return false;
-}
-
-/* Removes what is in a directory. Returns false if something stays, each failure being logged. */
-template <typename Twin>
-static bool vel_dircore_remove_entries(typename Twin::handle *dir, const char *dirpath)
-{
-    bool complete = true;
-    int result;
-    while ((result = Twin::next(dir)) == 0) {
-        const char *name = Twin::stored_name(dir);
-        if (!name) {
-            VEL_LOG_IN(Twin::module, 7, "not enough memory for fetching directory entry name");
-            return false;
-        }
-        if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0)
-            continue;
-        char *path = vel_strdupf("%s%c%s", dirpath, vel_dir_separator(), name);
-        if (!path) {
-            VEL_LOG_IN(Twin::module, 7, "not enough memory for path");
-            complete = false;
-            continue;
-        }
-        if (!vel_dircore_remove_entry<Twin>(dir, path))
-            complete = false;
-        vel_free(path);
-    }
-    if (result != -1) {
-        VEL_LOG_IN(Twin::module, 7, "an error occurred reading the directory");
-        return false;
-    }
-    return complete;
-}
-
-/* Calls itself for each level of the tree. A level keeps its stream open, so the descriptors of the
- * process, and else the longest path, end the descent long before the stack does. */
-template <typename Twin> static int vel_dircore_remove_tree(const char *path)
-{
-    auto *dir = Twin::open(path);
-    if (!dir) {
-        VEL_LOG_IN(Twin::module, 13, "unable to open directory %s", path);
-        return -1;
-    }
-    const bool complete = vel_dircore_remove_entries<Twin>(dir, path);
-    Twin::destroy(dir);
-    if (!complete)
-        return -1;
-
-    const int result = vel_rmdir(path);
-    if (result != 0) {
-        const int platformerrno = errno;
-        VEL_LOG_IN(Twin::module, 7, "unable to remove directory '%s', errno %d", path,
-                   platformerrno);
-    }
-    return result;
-}
-
-/* Tells whether the path is a directory itself (0) or a link to one (1). Anything else is logged
- * and gives -1. */
-template <typename Twin> static int vel_dircore_inspect_root(const char *path)
-{
-    auto *stat = Twin::stat_create();
-    if (!stat) {
-        VEL_LOG_IN(Twin::module, 7, "not enough memory for %s context", Twin::statname);
-        return -1;
-    }
-    int result = -1;
-    if (Twin::stat_lstat(stat, path) != 0)
-        VEL_LOG_IN(Twin::module, 7, "unable to stat path '%s'", path);
-    else if (Twin::stat_is_directory(stat) != 1)
-        VEL_LOG_IN(Twin::module, 7, "path '%s' is not a directory", path);
-    else
-        result = Twin::stat_is_symlink(stat);
-    Twin::stat_destroy(stat);
-    return result;
-}
-
-template <typename Twin> static int vel_dircore_remove_recursive(const char *path)
-{
-    const int islink = vel_dircore_inspect_root<Twin>(path);
-    if (islink == -1)
-        return -1;
-    if (islink == 0)
-        return vel_dircore_remove_tree<Twin>(path);
-
-    const int result = vel_deletefile(path);
-    if (result != 0)
-        VEL_LOG_IN(Twin::module, 7, "unable to delete '%s'", path);
-    return result;
 }
 
 #endif

@@ -1,6 +1,7 @@
 #ifndef VELLIB_IO_VELSTAT_CORE_H
 #define VELLIB_IO_VELSTAT_CORE_H
 
+#include <fcntl.h>
 #include <stdint.h>
 
 #include <sys/stat.h>
@@ -13,9 +14,10 @@ struct vel_statcore {
     int32_t isdirectory;
 };
 
-inline int vel_statcore_lstat(vel_statcore *statcore, const char *path)
+/* path begins at an open directory, or at the current one with AT_FDCWD. */
+inline int vel_statcore_lstat_at(vel_statcore *statcore, int directory, const char *path)
 {
-    const int result = lstat(path, &statcore->record);
+    const int result = fstatat(directory, path, &statcore->record, AT_SYMLINK_NOFOLLOW);
     statcore->valid = result == 0;
     if (result != 0)
         return result;
@@ -23,10 +25,15 @@ inline int vel_statcore_lstat(vel_statcore *statcore, const char *path)
     statcore->isdirectory = S_ISDIR(statcore->record.st_mode);
     if (S_ISLNK(statcore->record.st_mode)) {
         struct stat target;
-        if (stat(path, &target) == 0 && S_ISDIR(target.st_mode))
+        if (fstatat(directory, path, &target, 0) == 0 && S_ISDIR(target.st_mode))
             statcore->isdirectory = 1;
     }
     return 0;
+}
+
+inline int vel_statcore_lstat(vel_statcore *statcore, const char *path)
+{
+    return vel_statcore_lstat_at(statcore, AT_FDCWD, path);
 }
 
 inline int vel_statcore_is_directory(const vel_statcore *statcore)

@@ -8,6 +8,7 @@
 #include <vellib/velutf8stat.h>
 
 #include "io/veldir_core.h"
+#include "io/veldir_remove_core.h"
 #include "io/velnormalform_internal.h"
 #include "io/velutf8dir_internal.h"
 #include "util/velassert.h"
@@ -38,11 +39,8 @@ struct utf8dir_twin {
     static constexpr auto stat_lstat = vel_utf8stat_lstat;
     static constexpr auto stat_is_directory = vel_utf8stat_is_directory;
     static constexpr auto stat_is_symlink = vel_utf8stat_is_symlink;
-    static constexpr auto open = vel_utf8dir_open;
     static constexpr auto destroy = vel_utf8dir_destroy;
     static constexpr auto next = vel_utf8dir_next;
-    static constexpr auto is_directory = vel_utf8dir_is_directory;
-    static constexpr auto is_symlink = vel_utf8dir_is_symlink;
     static constexpr auto fetch_name = vel_utf8dir_fetch_name;
     static constexpr auto stored_name = vel_utf8dir_stored_name;
     static constexpr auto check_stat = vel_utf8dir_check_stat;
