@@ -40,6 +40,32 @@ cc -std=c99 -Wall -Wextra -Werror "$work/first.c" $(pkg-config --cflags --libs v
 (cd "$work" && LD_LIBRARY_PATH=$libdir ./first 2>first.log | grep -qxE '[a-z ]+' && grep -q 'net/' first.log) ||
     { echo 'the first program of the README does not do what it says'; exit 1; }
 
+# A test program of a host, with the harness of the library: as it is, and then with each allocation
+# driven to failure, in the way that docs/api.md tells. A leak fails a run too.
+host() { LD_LIBRARY_PATH=$libdir "$work/host" "$@" >host.log 2>&1; }
+# shellcheck disable=SC2046,SC2086
+cc $warnings -rdynamic -fsanitize=leak -o "$work/host" "$root/tests/checks/host.c" \
+    $(pkg-config --cflags --libs vellib)
+mkdir "$work/plain" "$work/sweep"
+cd "$work/plain"
+host --output report.xml || { cat host.log; exit 1; }
+grep -q '<testsuite name="host" hostname="localhost" tests="5" errors="0" failures="0"' report.xml ||
+    { echo 'the report of the test program:'; cat report.xml; exit 1; }
+cd "$work/sweep"
+export VELMALLOC_FAILMODE=1
+stacks=-1
+touch velmallocfail.db
+until [ "$(wc -l <velmallocfail.db)" = "$stacks" ]; do
+    stacks=$(wc -l <velmallocfail.db)
+    status=0
+    host || status=$?
+    [ "$status" -le 1 ] || { echo "with failing allocations the test program ended with $status:"; cat host.log; exit 1; }
+done
+unset VELMALLOC_FAILMODE
+[ "$status" -eq 0 ] && [ "$stacks" -gt 40 ] ||
+    { echo "the sweep ended after $stacks stacks with $status:"; cat host.log; exit 1; }
+cd "$work"
+
 for kind in OFF ON; do
     cmake -S "$root/examples" -B "$work/cmake-$kind" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
         -DVEL_EXAMPLES_STATIC=$kind >/dev/null
@@ -48,4 +74,4 @@ for kind in OFF ON; do
         "$work/cmake-$kind/$(basename "$source" .c)" --version >/dev/null
     done
 done
-echo 'the examples build and run from an installed prefix'
+echo "the examples and a test program build and run from an installed prefix; $stacks stacks swept"
