@@ -14,10 +14,10 @@ struct vel_statcore {
     int32_t isdirectory;
 };
 
-/* path begins at an open directory, or at the current one with AT_FDCWD. */
-inline int vel_statcore_lstat_at(vel_statcore *statcore, int directory, const char *path)
+/* look(follow, recordptr) is lstat, or stat if it is to follow a link. */
+template <typename Look> inline int vel_statcore_look(vel_statcore *statcore, Look look)
 {
-    const int result = fstatat(directory, path, &statcore->record, AT_SYMLINK_NOFOLLOW);
+    const int result = look(false, &statcore->record);
     statcore->valid = result == 0;
     if (result != 0)
         return result;
@@ -25,7 +25,7 @@ inline int vel_statcore_lstat_at(vel_statcore *statcore, int directory, const ch
     statcore->isdirectory = S_ISDIR(statcore->record.st_mode);
     if (S_ISLNK(statcore->record.st_mode)) {
         struct stat target;
-        if (fstatat(directory, path, &target, 0) == 0 && S_ISDIR(target.st_mode))
+        if (look(true, &target) == 0 && S_ISDIR(target.st_mode))
             statcore->isdirectory = 1;
     }
     return 0;
@@ -33,7 +33,17 @@ inline int vel_statcore_lstat_at(vel_statcore *statcore, int directory, const ch
 
 inline int vel_statcore_lstat(vel_statcore *statcore, const char *path)
 {
-    return vel_statcore_lstat_at(statcore, AT_FDCWD, path);
+    return vel_statcore_look(statcore, [=](bool follow, struct stat *recordptr) {
+        return follow ? stat(path, recordptr) : lstat(path, recordptr);
+    });
+}
+
+/* The same for a name in an open directory. */
+inline int vel_statcore_lstat_at(vel_statcore *statcore, int directory, const char *name)
+{
+    return vel_statcore_look(statcore, [=](bool follow, struct stat *recordptr) {
+        return fstatat(directory, name, recordptr, follow ? 0 : AT_SYMLINK_NOFOLLOW);
+    });
 }
 
 inline int vel_statcore_is_directory(const vel_statcore *statcore)
