@@ -284,4 +284,19 @@ void setup_squid(peer &peer, const std::string &lines)
                 SIGINT});
 }
 
+void setup_c_icap(peer &peer)
+{
+    peer.start({"c-icap",
+                "c-icap",
+                {"-N", "-D", "-f", "@DIR@/c-icap.conf"},
+                "c-icap.conf",
+                "Port 127.0.0.1:@PORT@\nPidFile @DIR@/c-icap.pid\nCommandsSocket @DIR@/c-icap.ctl\n"
+                "TmpDir @DIR@\nServerLog @DIR@/server.log\nAccessLog @DIR@/access.log\n"
+                "Timeout 30\nKeepAliveTimeout 60\nStartServers 1\nMaxServers 2\n"
+                "MinSpareThreads 2\nMaxSpareThreads 8\nThreadsPerChild 8\n"
+                "LoadMagicFile /etc/c-icap/c-icap.magic\nDebugLevel 1\n"
+                "Service echo srv_echo.so\n",
+                SIGTERM});
+}
+
 } // namespace support

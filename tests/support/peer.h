@@ -81,6 +81,9 @@ void setup_tinyproxy(peer &peer, const std::string &lines);
 /* squid, with these lines in its configuration. */
 void setup_squid(peer &peer, const std::string &lines);
 
+/* c-icap with the service "echo", which answers with the message that it got. */
+void setup_c_icap(peer &peer);
+
 } // namespace support
 
 #endif
