@@ -93,6 +93,13 @@
 #include <vellib/veltcpserver.h>
 #include <vellib/veludpserver.h>
 
+/* Event loop */
+#include <vellib/velasync.h>
+#include <vellib/velasync_handle.h>
+#include <vellib/velasync_operations.h>
+#include <vellib/velasync_socket.h>
+#include <vellib/velasync_timeout.h>
+
 /* Encodings */
 #include <vellib/velbase64.h>
 #include <vellib/velbin2hex.h>
