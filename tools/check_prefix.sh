@@ -3,7 +3,7 @@
 # cc and pkg-config, and with CMake; shared and static. Each program must run.
 # usage: check_prefix.sh ROOT BUILD
 set -eu
-root=$1 build=$2
+root=$(realpath "$1") build=$(realpath "$2")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
