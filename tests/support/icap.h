@@ -17,6 +17,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <netinet/in.h>
 #include <poll.h>
 #include <string>
 #include <sys/socket.h>
@@ -62,6 +63,8 @@ struct wire_settings {
     std::map<std::string, std::deque<wire_turn>> turns; /* by the name of the function */
     std::vector<int> waits;                             /* milliseconds of each poll */
     std::vector<int> connects;                          /* the family of each address */
+    std::vector<int> ports;                             /* of each that has one */
+    std::function<void(ssize_t)> onrecv;                /* told what a recv gives */
     bool played = false;                                /* the clock stands but for these times */
     int64_t clock = 1000000000000000;                   /* microseconds */
     size_t readings = 0;                                /* of the clock */
@@ -128,6 +131,10 @@ extern "C" ssize_t recv(int descriptor, void *buffer, size_t size, int flags)
     const ssize_t count = next(descriptor, buffer, std::min(size, wire.recvlimit), flags);
     if (count > 0)
         wire.clock += wire.recvtime;
+    const int platformerrno = errno;
+    if (wire.onrecv)
+        wire.onrecv(count);
+    errno = platformerrno;
     return count;
 }
 
@@ -185,6 +192,10 @@ extern "C" int connect(int descriptor, const sockaddr *address, socklen_t length
     static const auto next =
         support::platform_function<int(int, const sockaddr *, socklen_t)>("connect");
     wire.connects.push_back(address->sa_family);
+    if (address->sa_family == AF_INET) {
+        const void *generic = address;
+        wire.ports.push_back(ntohs(static_cast<const sockaddr_in *>(generic)->sin_port));
+    }
     const wire_turn turn = take_turn("connect");
     return turn.real ? next(descriptor, address, length) : turn.result;
 }
