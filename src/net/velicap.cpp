@@ -120,7 +120,7 @@ void vel_icap_reset_options(struct velicap *velicap)
 int vel_icap_timeout_check(struct velicap *velicap, int *secondsptr, unsigned int *microsecondsptr)
 {
     VEL_ASSERT(velicap != NULL);
-    VEL_ASSERT(velicap->veltimeout != NULL);
+    VEL_ASSERT(velicap->veltimeout);
 
     return vel_timeout_check(velicap->veltimeout, secondsptr, microsecondsptr);
 }
