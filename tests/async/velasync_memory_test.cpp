@@ -1,0 +1,180 @@
+/* A loop without memory, and without what else it needs of the platform. */
+
+#include "support/epollcalls.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <vellib/vellib.h>
+
+#include "support/asynctest.h"
+#include "support/eachfailure.h"
+#include "support/oom.h"
+
+namespace {
+
+using support::async_line;
+using support::each_failure;
+using support::log_lines;
+using support::socket_pair;
+
+class VelasyncMemory : public testing::Test {
+  protected:
+    const std::set<int> before_ = support::descriptors();
+    support::log_capture log_;
+};
+
+void timed(vel_error_t, void *)
+{
+}
+void ready(void *)
+{
+}
+
+TEST_F(VelasyncMemory, Create)
+{
+    velasync *async = nullptr;
+    const std::vector<log_lines> expected = {
+        {async_line(7, "not enough memory for velasync context")},
+        {async_line("operations", 7, "not enough memory for asynchronous operations context")},
+        {async_line("operations", 7, "not enough memory for active operations list")},
+        {async_line("operations", 7, "not enough memory for canceled operations list")},
+        {async_line("timeout", 7, "not enough memory for velasync timeout context")},
+        {async_line("timeout", 7, "not enough memory for velasync timeout list")},
+        {async_line("timeout", 7, "not enough memory for velasync timeout timer")},
+        {async_line("socket", 7, "not enough memory for velasync socket context")},
+        {async_line("socket", 7, "not enough memory for velasync socket list")},
+    };
+    EXPECT_EQ(each_failure(log_, "async/",
+                           [&] {
+                               async = vel_async_create();
+                               return async != nullptr;
+                           }),
+              expected);
+    vel_async_destroy(async);
+    EXPECT_EQ(support::descriptors(), before_);
+}
+
+TEST_F(VelasyncMemory, Handle)
+{
+    velasyncop *op = nullptr;
+    EXPECT_EQ(each_failure(log_, "async/",
+                           [&] {
+                               op = vel_async_handle_create(ready, nullptr);
+                               return op != nullptr;
+                           }),
+              (std::vector<log_lines>{
+                  {async_line("handle", 7, "not enough memory for velasyncop context")}}));
+    vel_async_handle_destroy(op);
+}
+
+/* No item, and so nothing to unregister. */
+TEST_F(VelasyncMemory, Descriptors)
+{
+    velasync *async = vel_async_create();
+    socket_pair pair;
+    for (const support::direction &way : {support::kRead, support::kWrite}) {
+        std::vector<log_lines> failures = each_failure(log_, "async/", [&] {
+            const vel_error_t result = way.registers(async, pair.own(), ready, nullptr);
+            if (result != VEL_ERROR_NONE) {
+                const support::malloc_pause pause;
+                EXPECT_EQ(result, VEL_ERROR_NO_MEMORY);
+                EXPECT_EQ(vel_async_process(async), VEL_ERROR_NONE);
+            }
+            return result == VEL_ERROR_NONE;
+        });
+        ASSERT_EQ(failures.size(), 1u);
+        EXPECT_EQ(failures[0][0], async_line("socket", 7, "unable to create socket item"));
+        EXPECT_EQ(way.unregisters(async, pair.own()), VEL_ERROR_NONE);
+    }
+    vel_async_destroy(async);
+}
+
+/* However many of them the mechanism makes. */
+TEST_F(VelasyncMemory, EventQueue)
+{
+    velasync *async = nullptr;
+    int failures = 0;
+    while (!async) {
+        {
+            const support::epoll_failure failure("create", EMFILE, failures, 1);
+            async = vel_async_create();
+        }
+        if (async)
+            break;
+        failures++;
+        EXPECT_EQ(log_.take(), (log_lines{async_line(6, "kqueue() failed, errno 24")}));
+        EXPECT_EQ(support::descriptors(), before_);
+        ASSERT_LT(failures, 10);
+    }
+    EXPECT_GE(failures, 1);
+    EXPECT_EQ(log_.take(), log_lines{});
+    vel_async_destroy(async);
+
+    /* What else it takes to put them together. */
+    failures = 0;
+    async = nullptr;
+    while (!async) {
+        {
+            const support::epoll_failure failure("change", ENOSPC, failures, 1);
+            async = vel_async_create();
+        }
+        if (async)
+            break;
+        failures++;
+        EXPECT_EQ(log_.take(), (log_lines{async_line(6, "kqueue() failed, errno 28")}));
+        EXPECT_EQ(support::descriptors(), before_);
+        ASSERT_LT(failures, 10);
+    }
+    vel_async_destroy(async);
+}
+
+/* A whole life, with all kinds of operations. */
+bool async_life()
+{
+    velasync *async = vel_async_create();
+    if (!async)
+        return false;
+    int ends[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    FILE *file = tmpfile();
+    velasyncop *first = vel_async_register_timeout_ms(async, 1000, timed, nullptr);
+    bool good = first != nullptr;
+    if (good)
+        vel_async_cancel(async, first);
+    vel_async_process(async);
+    good = good &&
+           vel_async_register_socket_read(async, ends[0], ready, nullptr) == VEL_ERROR_NONE &&
+           vel_async_register_socket_write(async, ends[0], ready, nullptr) == VEL_ERROR_NONE &&
+           vel_async_register_socket_read(async, fileno(file), ready, nullptr) == VEL_ERROR_NONE;
+    /* More than a first table of timeouts has room for, whatever it is. */
+    velasyncop *ops[100] = {};
+    for (unsigned int i = 0; i < 100 && good; i++) {
+        ops[i] = vel_async_register_timeout_ms(async, 100000 + i * 7 % 13, timed, nullptr);
+        good = ops[i] != nullptr;
+    }
+    vel_async_process(async);
+    for (velasyncop *op : ops) {
+        if (op)
+            vel_async_cancel(async, op);
+    }
+    if (good)
+        good = vel_async_process(async) == VEL_ERROR_INCOMPLETE &&
+               vel_async_unregister_socket_read(async, ends[0]) == VEL_ERROR_NONE;
+    vel_async_process(async);
+    vel_async_destroy(async);
+    fclose(file);
+    close(ends[0]);
+    close(ends[1]);
+    return good;
+}
+
+TEST(VelasyncOom, EveryAllocationMayFail)
+{
+    support::vel_oom_drive(async_life);
+}
+
+} // namespace
