@@ -62,7 +62,7 @@ template <typename Twin> struct vel_dirwalk_level {
     typename Twin::handle *dir; /* NULL while parked */
     size_t pathlength;          /* of the directory, in the path of the walk */
     bool incomplete;            /* something in it stays */
-    bool parked;                /* is so, or was: the names that were left are here */
+    bool listed;                /* was parked once: the names left then are here */
     vel_dirwalk_text names;     /* each with its NUL */
     size_t namespos;
     int result; /* what reading the names ended with */
@@ -110,7 +110,7 @@ template <typename Twin> static int vel_dirwalk_descriptor(const vel_dirwalk_lev
 template <typename Twin>
 static int vel_dirwalk_next(vel_dirwalk_level<Twin> *level, const char **nameptr)
 {
-    if (level->parked) {
+    if (level->listed) {
         if (level->namespos == level->names.length)
             return level->result;
         *nameptr = level->names.bytes + level->namespos;
@@ -137,7 +137,7 @@ template <typename Twin> static void vel_dirwalk_park(vel_dirwalk<Twin> *walk)
         level->inode = record.st_ino;
     }
     const char *name;
-    while (!level->parked && (level->result = vel_dirwalk_next(level, &name)) == 0) {
+    while (!level->listed && (level->result = vel_dirwalk_next(level, &name)) == 0) {
         if (vel_dirwalk_append(&level->names, name))
             continue;
         VEL_LOG_IN(Twin::module, 7, "not enough memory for path");
@@ -145,7 +145,7 @@ template <typename Twin> static void vel_dirwalk_park(vel_dirwalk<Twin> *walk)
         level->result = -1;
         break;
     }
-    level->parked = true;
+    level->listed = true;
     Twin::destroy(level->dir);
     level->dir = nullptr;
     walk->highest = level->child;
