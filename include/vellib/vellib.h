@@ -105,6 +105,8 @@
 #include <vellib/velbin2hex.h>
 #include <vellib/velhex2bin.h>
 #include <vellib/velpem2der.h>
+#include <vellib/velurldecode.h>
+#include <vellib/velurlencode.h>
 
 /* URLs */
 #include <vellib/velurl.h>
