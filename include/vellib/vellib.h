@@ -55,10 +55,12 @@
 
 /* Concurrency and time */
 #include <vellib/velcond.h>
+#include <vellib/vellockqueue.h>
 #include <vellib/velrwlock.h>
 #include <vellib/velsignal.h>
 #include <vellib/velsleep.h>
 #include <vellib/velthread.h>
+#include <vellib/velthreadpool.h>
 #include <vellib/veltimeout.h>
 #include <vellib/veltimer.h>
 
