@@ -36,6 +36,8 @@ using texts = std::vector<std::string>;
 
 struct twin_case {
     const char *name;
+    const char *savename;
+    const char *loadname;
     int (*save)(const char *filename, const void *data, size_t datalen);
     load_function load;
 };
@@ -46,8 +48,13 @@ static void PrintTo(const twin_case &one, std::ostream *out)
 }
 
 static const twin_case kTwins[] = {
-    {"Plain", vel_file_data_save, vel_file_data_load},
-    {"WithBackup", vel_file_data_save_with_backup, vel_file_data_load_with_backup},
+    {"Plain", "vel_file_data_save", "vel_file_data_load", vel_file_data_save, vel_file_data_load},
+    {"WithBackup", "vel_file_data_save_with_backup", "vel_file_data_load_with_backup",
+     vel_file_data_save_with_backup, vel_file_data_load_with_backup},
+    {"Utf8Plain", "vel_utf8file_data_save", "vel_utf8file_data_load", vel_utf8file_data_save,
+     vel_utf8file_data_load},
+    {"Utf8WithBackup", "vel_utf8file_data_save_with_backup", "vel_utf8file_data_load_with_backup",
+     vel_utf8file_data_save_with_backup, vel_utf8file_data_load_with_backup},
 };
 
 class VelfileData : public Velfile, public testing::WithParamInterface<twin_case> {
@@ -184,31 +191,35 @@ TEST_P(VelfileData, CloseIsNotLookedAt)
 
 INSTANTIATE_TEST_SUITE_P(Twins, VelfileData, testing::ValuesIn(kTwins), support::row_name());
 
-TEST_F(Velfile, PlainSaveCreatesWritesAndCloses)
+class VelfilePlainSave : public VelfileData {};
+INSTANTIATE_TEST_SUITE_P(Twins, VelfilePlainSave, testing::Values(kTwins[0], kTwins[2]),
+                         support::row_name());
+
+TEST_P(VelfilePlainSave, CreatesWritesAndCloses)
 {
     const watch calls;
-    EXPECT_EQ(vel_file_data_save("file", "data", 4), 0);
+    EXPECT_EQ(GetParam().save("file", "data", 4), 0);
     EXPECT_EQ(made, (texts{"fopen file wb", "fwrite 1 4", "fclose"}));
     made.clear();
-    EXPECT_EQ(vel_file_data_save("file", "data", 0), 0);
+    EXPECT_EQ(GetParam().save("file", "data", 0), 0);
     EXPECT_EQ(made, (texts{"fopen file wb", "fclose"}));
 }
 
-TEST_F(Velfile, PlainSaveThatCannotCreate)
+TEST_P(VelfilePlainSave, CannotCreate)
 {
     errno = 0;
-    EXPECT_EQ(vel_file_data_save("none/file", "data", 4), -1);
+    EXPECT_EQ(GetParam().save("none/file", "data", 4), -1);
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST_F(Velfile, PlainSaveLeavesAShortFile)
+TEST_P(VelfilePlainSave, LeavesAShortFile)
 {
     support::write_file("file", "before");
     {
         const watch calls({{"fwrite", 1, ENOSPC}});
         dirtyerrno = true;
         errno = 0;
-        const int result = vel_file_data_save("file", "data", 4);
+        const int result = GetParam().save("file", "data", 4);
         const int error = errno;
         EXPECT_EQ(result, -1);
         EXPECT_EQ(error, ENOSPC);
@@ -218,32 +229,24 @@ TEST_F(Velfile, PlainSaveLeavesAShortFile)
 }
 
 /* The write itself meets the full disk, as the close is not looked at. */
-TEST_F(Velfile, FullDiskFailsAPlainSave)
+TEST_P(VelfilePlainSave, FullDisk)
 {
     errno = 0;
-    EXPECT_EQ(vel_file_data_save("/dev/full", "x", 1), -1);
+    EXPECT_EQ(GetParam().save("/dev/full", "x", 1), -1);
     EXPECT_EQ(errno, ENOSPC);
 }
 
-TEST_F(VelfileDeathTest, FilenameIsAsserted)
+TEST_F(VelfileDeathTest, ArgumentsAreAsserted)
 {
     void *data = nullptr;
     size_t length = 0;
     for (const twin_case &one : kTwins) {
-        EXPECT_DEATH(one.save(nullptr, "x", 1), support::asserts("filename != NULL")) << one.name;
-        EXPECT_DEATH(one.load(nullptr, &data, &length), support::asserts("filename != NULL"))
-            << one.name;
-        /* before the data */
-        EXPECT_DEATH(one.save(nullptr, nullptr, 1), support::asserts("filename != NULL"))
-            << one.name;
+        SCOPED_TRACE(one.name);
+        EXPECT_DEATH(one.save(nullptr, nullptr, 1),
+                     support::asserts("filename != NULL", one.savename));
+        EXPECT_DEATH(one.save("file", nullptr, 1),
+                     support::asserts("data != NULL || datalen == 0", one.savename));
+        EXPECT_DEATH(one.load(nullptr, &data, &length),
+                     support::asserts("filename != NULL", one.loadname));
     }
-}
-
-TEST_F(VelfileDeathTest, DataIsAsserted)
-{
-    const char *text = "data != NULL || datalen == 0";
-    EXPECT_DEATH(vel_file_data_save("file", nullptr, 1),
-                 support::asserts(text, "vel_file_data_save"));
-    EXPECT_DEATH(vel_file_data_save_with_backup("file", nullptr, 1),
-                 support::asserts(text, "vel_file_data_save_with_backup"));
 }

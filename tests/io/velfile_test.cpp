@@ -51,6 +51,10 @@ static const open_case kOpenCases[] = {
     {"CreateAscii", vel_file_create_ascii, "w", true, "", false, true},
     {"OpenAscii", vel_file_open_ascii, "r", false, "before", true, false},
     {"AppendAscii", vel_file_append_ascii, "a", true, "before", false, true},
+    {"Utf8CreateBinary", vel_utf8file_create_binary, "wb", true, "", false, true},
+    {"Utf8OpenBinary", vel_utf8file_open_binary, "rb", false, "before", true, false},
+    {"Utf8CreateAscii", vel_utf8file_create_ascii, "w", true, "", false, true},
+    {"Utf8AppendAscii", vel_utf8file_append_ascii, "a", true, "before", false, true},
 };
 
 class VelfileOpen : public Velfile, public testing::WithParamInterface<open_case> {};
@@ -229,40 +233,56 @@ TEST_F(Velfile, LengthFailsWithAnyOfItsCalls)
 
 /* Whether a file is there */
 
-TEST_F(Velfile, Exists)
+struct exists_case {
+    const char *name;
+    int (*exists)(const char *name);
+};
+
+static void PrintTo(const exists_case &one, std::ostream *out)
+{
+    *out << one.name;
+}
+
+class VelfileExists : public Velfile, public testing::WithParamInterface<exists_case> {};
+INSTANTIATE_TEST_SUITE_P(Twins, VelfileExists,
+                         testing::Values(exists_case{"Byte", vel_file_exists},
+                                         exists_case{"Utf8", vel_utf8file_exists}),
+                         support::row_name());
+
+TEST_P(VelfileExists, Answers)
 {
     support::write_file("file", "");
     std::filesystem::create_directory("directory");
     std::filesystem::create_symlink("file", "link");
     std::filesystem::create_symlink("nowhere", "dangling");
     std::filesystem::create_symlink("loop", "loop");
-    EXPECT_EQ(vel_file_exists("file"), 1);
-    EXPECT_EQ(vel_file_exists("directory"), 1);
-    EXPECT_EQ(vel_file_exists("link"), 1);
-    EXPECT_EQ(vel_file_exists("nowhere"), 0);
-    EXPECT_EQ(vel_file_exists("dangling"), 0);
-    EXPECT_EQ(vel_file_exists(""), 0);
+    EXPECT_EQ(GetParam().exists("file"), 1);
+    EXPECT_EQ(GetParam().exists("directory"), 1);
+    EXPECT_EQ(GetParam().exists("link"), 1);
+    EXPECT_EQ(GetParam().exists("nowhere"), 0);
+    EXPECT_EQ(GetParam().exists("dangling"), 0);
+    EXPECT_EQ(GetParam().exists(""), 0);
     errno = 0;
-    EXPECT_EQ(vel_file_exists("file/below"), -1);
+    EXPECT_EQ(GetParam().exists("file/below"), -1);
     EXPECT_EQ(errno, ENOTDIR);
-    EXPECT_EQ(vel_file_exists("loop"), -1);
+    EXPECT_EQ(GetParam().exists("loop"), -1);
     EXPECT_EQ(errno, ELOOP);
-    EXPECT_EQ(vel_file_exists(std::string(5000, 'a').c_str()), -1);
+    EXPECT_EQ(GetParam().exists(std::string(5000, 'a').c_str()), -1);
     EXPECT_EQ(errno, ENAMETOOLONG);
-    EXPECT_EQ(vel_file_exists(nullptr), -1); /* not asserted */
+    EXPECT_EQ(GetParam().exists(nullptr), -1); /* not asserted */
 }
 
-TEST_F(Velfile, ExistsAsksOnce)
+TEST_P(VelfileExists, AsksOnce)
 {
     support::write_file("file", "");
     {
         const watch calls;
-        EXPECT_EQ(vel_file_exists("file"), 1);
+        EXPECT_EQ(GetParam().exists("file"), 1);
         EXPECT_EQ(made, (texts{"stat file"}));
     }
     const watch calls({{"stat", 1, EACCES}});
     errno = 0;
-    EXPECT_EQ(vel_file_exists("file"), -1);
+    EXPECT_EQ(GetParam().exists("file"), -1);
     EXPECT_EQ(errno, EACCES);
 }
 

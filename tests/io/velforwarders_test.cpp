@@ -8,11 +8,10 @@
 #include <vellib/vellib.h>
 
 #include "support/assertion.h"
-#include "support/logcapture.h"
-#include "support/tempdir.h"
+#include "support/pathfamily.h"
 
 /* veldeletefile, velrename and veltruncate: the platform's result and errno, and no line. */
-class Velforwarders : public testing::Test {
+template <typename Family> class VelforwardersOf : public support::path_test<Family> {
   protected:
     void SetUp() override
     {
@@ -20,59 +19,55 @@ class Velforwarders : public testing::Test {
         std::filesystem::create_directory("directory");
         errno = 0;
     }
-    void TearDown() override
-    {
-        EXPECT_EQ(log.take(), (std::vector<support::log_line>{}));
-    }
-
-    support::temporary_directory temporary;
-    support::log_capture log;
 };
 
-TEST_F(Velforwarders, DeletefileRemovesAFile)
+TYPED_TEST_SUITE(VelforwardersOf, support::path_families, support::path_family_name);
+using Velforwarders = VelforwardersOf<support::byte_paths>; /* veltruncate has no twin */
+
+TYPED_TEST(VelforwardersOf, DeletefileRemovesAFile)
 {
-    EXPECT_EQ(vel_deletefile("file"), 0);
+    EXPECT_EQ(TypeParam::deletefile("file"), 0);
     EXPECT_FALSE(std::filesystem::exists("file"));
-    EXPECT_EQ(vel_deletefile("file"), -1);
+    EXPECT_EQ(TypeParam::deletefile("file"), -1);
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST_F(Velforwarders, DeletefileRemovesALinkAndNotItsTarget)
+TYPED_TEST(VelforwardersOf, DeletefileRemovesALinkAndNotItsTarget)
 {
     std::filesystem::create_symlink("file", "filelink");
     std::filesystem::create_symlink("directory", "directorylink");
-    EXPECT_EQ(vel_deletefile("filelink"), 0);
-    EXPECT_EQ(vel_deletefile("directorylink"), 0);
+    EXPECT_EQ(TypeParam::deletefile("filelink"), 0);
+    EXPECT_EQ(TypeParam::deletefile("directorylink"), 0);
     EXPECT_FALSE(std::filesystem::is_symlink("filelink"));
     EXPECT_FALSE(std::filesystem::is_symlink("directorylink"));
     EXPECT_TRUE(std::filesystem::exists("file"));
     EXPECT_TRUE(std::filesystem::exists("directory"));
 }
 
-TEST_F(Velforwarders, DeletefileRefusesADirectory)
+TYPED_TEST(VelforwardersOf, DeletefileRefusesADirectory)
 {
-    EXPECT_EQ(vel_deletefile("directory"), -1);
+    EXPECT_EQ(TypeParam::deletefile("directory"), -1);
     EXPECT_TRUE(errno == EISDIR || errno == EPERM) << errno;
     EXPECT_TRUE(std::filesystem::exists("directory"));
 }
 
-TEST_F(Velforwarders, RenameMovesAndReplaces)
+TYPED_TEST(VelforwardersOf, RenameMovesAndReplaces)
 {
     support::write_file("other", "other");
-    EXPECT_EQ(vel_rename("file", "other"), 0);
+    EXPECT_EQ(TypeParam::rename("file", "other"), 0);
     EXPECT_FALSE(std::filesystem::exists("file"));
     EXPECT_EQ(support::read_file("other"), "0123456789");
-    EXPECT_EQ(vel_rename("directory", "moved"), 0);
+    EXPECT_EQ(TypeParam::rename("directory", "moved"), 0);
     EXPECT_TRUE(std::filesystem::is_directory("moved"));
 }
 
-TEST_F(Velforwarders, RenameLeavesErrno)
+TYPED_TEST(VelforwardersOf, RenameLeavesErrno)
 {
-    EXPECT_EQ(vel_rename("none", "other"), -1);
+    EXPECT_EQ(TypeParam::rename("none", "other"), -1);
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(vel_rename("file", "directory"), -1);
+    EXPECT_EQ(TypeParam::rename("file", "directory"), -1);
     EXPECT_EQ(errno, EISDIR);
-    EXPECT_EQ(vel_rename("directory", "file"), -1);
+    EXPECT_EQ(TypeParam::rename("directory", "file"), -1);
     EXPECT_EQ(errno, ENOTDIR);
 }
 
@@ -99,10 +94,20 @@ TEST_F(Velforwarders, TruncateLeavesErrno)
     EXPECT_EQ(support::read_file("file"), "0123456789");
 }
 
-TEST(VelforwardersDeathTest, ArgumentsAreAsserted)
+template <typename Family> class VelforwardersDeathTest : public VelforwardersOf<Family> {
+};
+TYPED_TEST_SUITE(VelforwardersDeathTest, support::path_families, support::path_family_name);
+
+TYPED_TEST(VelforwardersDeathTest, ArgumentsAreAsserted)
 {
-    EXPECT_DEATH(vel_deletefile(nullptr), support::asserts("filename != NULL", "vel_deletefile"));
+    const std::string deletefile = support::family_function<TypeParam>("deletefile");
+    const std::string rename = support::family_function<TypeParam>("rename");
+    EXPECT_DEATH(TypeParam::deletefile(nullptr), support::asserts("filename != NULL", deletefile));
+    EXPECT_DEATH(TypeParam::rename(nullptr, nullptr), support::asserts("oldpath != NULL", rename));
+    EXPECT_DEATH(TypeParam::rename("old", nullptr), support::asserts("newpath != NULL", rename));
+}
+
+TEST(VeltruncateDeathTest, FilenameIsAsserted)
+{
     EXPECT_DEATH(vel_truncate(nullptr, 0), support::asserts("filename != NULL", "vel_truncate"));
-    EXPECT_DEATH(vel_rename(nullptr, nullptr), support::asserts("oldpath != NULL", "vel_rename"));
-    EXPECT_DEATH(vel_rename("old", nullptr), support::asserts("newpath != NULL", "vel_rename"));
 }

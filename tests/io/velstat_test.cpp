@@ -8,34 +8,17 @@
 
 #include <gtest/gtest.h>
 
-#include <vellib/vellib.h>
-
 #include "support/assertion.h"
-#include "support/logcapture.h"
+#include "support/dircalls.h"
+#include "support/eachfailure.h"
 #include "support/oom.h"
-#include "support/platform_function.h"
-#include "support/platform_malloc.h"
-#include "support/rows.h"
-#include "support/tempdir.h"
+#include "support/pathfamily.h"
+
+using support::dir_watch;
+using support::family_function;
+using support::family_name;
 
 using lines = std::vector<support::log_line>;
-
-/* How often the platform was asked, while counting. */
-static bool counting;
-static int lstats;
-static int stats;
-
-extern "C" int lstat(const char *path, struct stat *data) noexcept
-{
-    lstats += counting;
-    return support::platform_function<int(const char *, struct stat *)>("lstat")(path, data);
-}
-
-extern "C" int stat(const char *path, struct stat *data) noexcept
-{
-    stats += counting;
-    return support::platform_function<int(const char *, struct stat *)>("stat")(path, data);
-}
 
 /* What the three queries say. */
 struct answers {
@@ -54,7 +37,7 @@ static std::ostream &operator<<(std::ostream &out, const answers &one)
 
 static const answers kInvalid = {-1, -1, -1};
 
-class Velstat : public testing::Test {
+template <typename Family> class Velstat : public support::path_test<Family> {
   protected:
     void SetUp() override
     {
@@ -66,29 +49,33 @@ class Velstat : public testing::Test {
         std::filesystem::create_symlink("nowhere", "dangling");
         std::filesystem::create_symlink("loop", "loop");
         mkfifo("fifo", 0600);
-        velstat = vel_stat_create();
-        ASSERT_NE(velstat, nullptr);
+        object = Family::stat_create();
+        ASSERT_NE(object, nullptr);
     }
     void TearDown() override
     {
-        vel_stat_destroy(velstat);
-        EXPECT_EQ(log.take(), (lines{})); /* nothing of this logs */
+        Family::stat_destroy(object);
+        support::path_test<Family>::TearDown(); /* nothing of this logs */
     }
 
+    int look(const char *path)
+    {
+        return Family::stat_lstat(object, path);
+    }
     answers ask()
     {
-        return {vel_stat_is_directory(velstat), vel_stat_is_symlink(velstat),
-                vel_stat_get_size(velstat)};
+        return {Family::stat_is_directory(object), Family::stat_is_symlink(object),
+                Family::stat_get_size(object)};
     }
 
-    support::temporary_directory temporary;
-    support::log_capture log;
-    struct velstat *velstat = nullptr;
+    typename Family::stat *object = nullptr;
 };
 
-TEST_F(Velstat, FreshObjectKnowsNothing)
+TYPED_TEST_SUITE(Velstat, support::path_families, support::path_family_name);
+
+TYPED_TEST(Velstat, FreshObjectKnowsNothing)
 {
-    EXPECT_EQ(ask(), kInvalid);
+    EXPECT_EQ(this->ask(), kInvalid);
 }
 
 struct stat_case {
@@ -97,126 +84,145 @@ struct stat_case {
     int isdirectory;
     int issymlink;
     int64_t size; /* -1 where the platform decides */
-    int stats;    /* how often the path is followed */
+    bool follows; /* the platform is asked about the target */
 };
-
-static void PrintTo(const stat_case &one, std::ostream *out)
-{
-    *out << one.name;
-}
 
 static const stat_case kStatCases[] = {
-    {"File", "file", 0, 0, 10, 0},
-    {"Directory", "directory", 1, 0, -1, 0},
-    {"LinkToFile", "filelink", 0, 1, 4, 1},
-    {"LinkToDirectory", "directorylink", 1, 1, 9, 1},
-    {"LinkToLinkToDirectory", "linklink", 1, 1, 13, 1},
-    {"DanglingLink", "dangling", 0, 1, 7, 1},
-    {"LinkToItself", "loop", 0, 1, 4, 1},
-    {"Fifo", "fifo", 0, 0, 0, 0},
-    {"Device", "/dev/null", 0, 0, 0, 0},
-    {"LinkWithSlashIsFollowed", "directorylink/", 1, 0, -1, 0},
+    {"File", "file", 0, 0, 10, false},
+    {"Directory", "directory", 1, 0, -1, false},
+    {"LinkToFile", "filelink", 0, 1, 4, true},
+    {"LinkToDirectory", "directorylink", 1, 1, 9, true},
+    {"LinkToLinkToDirectory", "linklink", 1, 1, 13, true},
+    {"DanglingLink", "dangling", 0, 1, 7, true},
+    {"LinkToItself", "loop", 0, 1, 4, true},
+    {"Fifo", "fifo", 0, 0, 0, false},
+    {"Device", "/dev/null", 0, 0, 0, false},
+    {"LinkWithSlashIsFollowed", "directorylink/", 1, 0, -1, false},
 };
 
-class VelstatCase : public Velstat, public testing::WithParamInterface<stat_case> {};
-
-TEST_P(VelstatCase, Answers)
+TYPED_TEST(Velstat, KindsOfFiles)
 {
-    const stat_case &one = GetParam();
-    counting = true;
-    lstats = stats = 0;
-    const int result = vel_stat_lstat(velstat, one.path);
-    const answers given = ask();
-    counting = false;
-
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(lstats, 1);
-    EXPECT_EQ(stats, one.stats);
-    const auto size = static_cast<int64_t>(one.size >= 0 ? one.size : static_cast<int64_t>([&one] {
-        struct stat data = {};
-        lstat(one.path, &data);
-        return data.st_size;
-    }()));
-    EXPECT_EQ(given, (answers{one.isdirectory, one.issymlink, size}));
+    for (const stat_case &one : kStatCases) {
+        SCOPED_TRACE(one.name);
+        int64_t size = one.size;
+        if (size < 0) {
+            struct stat data = {};
+            ASSERT_EQ(lstat(one.path, &data), 0);
+            size = data.st_size;
+        }
+        const dir_watch calls;
+        EXPECT_EQ(this->look(one.path), 0);
+        EXPECT_EQ(this->ask(), (answers{one.isdirectory, one.issymlink, size}));
+        EXPECT_EQ(calls.count({"lstat"}), 1u);
+        EXPECT_EQ(calls.count({"stat"}), one.follows ? 1u : 0u);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, VelstatCase, testing::ValuesIn(kStatCases), support::row_name());
+/* A target that cannot be seen is no directory, and no failure. */
+TYPED_TEST(Velstat, TargetThatCannotBeSeen)
+{
+    const dir_watch calls({{"stat", "directorylink", EACCES}});
+    EXPECT_EQ(this->look("directorylink"), 0);
+    EXPECT_EQ(this->ask(), (answers{0, 1, 9}));
+}
 
-TEST_F(Velstat, LargeSize)
+TYPED_TEST(Velstat, LargeSize)
 {
     ASSERT_EQ(vel_truncate("file", 5000000000), 0);
-    EXPECT_EQ(vel_stat_lstat(velstat, "file"), 0);
-    EXPECT_EQ(vel_stat_get_size(velstat), 5000000000);
+    EXPECT_EQ(this->look("file"), 0);
+    EXPECT_EQ(TypeParam::stat_get_size(this->object), 5000000000);
 }
 
-TEST_F(Velstat, FailureMakesTheAnswersInvalid)
+TYPED_TEST(Velstat, FailureMakesTheAnswersInvalid)
 {
-    EXPECT_EQ(vel_stat_lstat(velstat, "directorylink"), 0);
+    EXPECT_EQ(this->look("directorylink"), 0);
     errno = 0;
-    EXPECT_EQ(vel_stat_lstat(velstat, "nowhere"), -1);
+    EXPECT_EQ(this->look("nowhere"), -1);
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(ask(), kInvalid);
-    EXPECT_EQ(vel_stat_lstat(velstat, "file/below"), -1);
+    EXPECT_EQ(this->ask(), kInvalid);
+    EXPECT_EQ(this->look("file/below"), -1);
     EXPECT_EQ(errno, ENOTDIR);
-    EXPECT_EQ(ask(), kInvalid);
-    EXPECT_EQ(vel_stat_lstat(velstat, ""), -1);
+    EXPECT_EQ(this->ask(), kInvalid);
+    EXPECT_EQ(this->look(""), -1);
     EXPECT_EQ(errno, ENOENT);
 }
 
 /* One object for one path after the other. */
-TEST_F(Velstat, EachLookReplacesTheOneBefore)
+TYPED_TEST(Velstat, EachLookReplacesTheOneBefore)
 {
-    EXPECT_EQ(vel_stat_lstat(velstat, "directorylink"), 0);
-    EXPECT_EQ(ask(), (answers{1, 1, 9}));
-    EXPECT_EQ(vel_stat_lstat(velstat, "file"), 0);
-    EXPECT_EQ(ask(), (answers{0, 0, 10}));
-    EXPECT_EQ(vel_stat_lstat(velstat, "nowhere"), -1);
-    EXPECT_EQ(vel_stat_lstat(velstat, "dangling"), 0);
-    EXPECT_EQ(ask(), (answers{0, 1, 7}));
+    EXPECT_EQ(this->look("directorylink"), 0);
+    EXPECT_EQ(this->ask(), (answers{1, 1, 9}));
+    EXPECT_EQ(this->look("file"), 0);
+    EXPECT_EQ(this->ask(), (answers{0, 0, 10}));
+    EXPECT_EQ(this->look("nowhere"), -1);
+    EXPECT_EQ(this->look("dangling"), 0);
+    EXPECT_EQ(this->ask(), (answers{0, 1, 7}));
 }
 
-static bool stat_life()
+/* The direct failures of the platform are left in errno. */
+TYPED_TEST(Velstat, ErrnoIsLeft)
 {
-    struct velstat *velstat = vel_stat_create();
-    if (!velstat)
+    for (const int error : {EACCES, ELOOP, ENAMETOOLONG, ENOMEM}) {
+        const dir_watch calls({{"lstat", "file", error}});
+        EXPECT_EQ(this->look("file"), -1);
+        EXPECT_EQ(errno, error);
+        EXPECT_EQ(this->ask(), kInvalid);
+    }
+}
+
+template <typename Family> static bool stat_life()
+{
+    typename Family::stat *object = Family::stat_create();
+    if (!object)
         return false;
-    EXPECT_EQ(vel_stat_lstat(velstat, "."), 0);
-    EXPECT_EQ(vel_stat_is_directory(velstat), 1);
-    vel_stat_destroy(velstat);
+    EXPECT_EQ(Family::stat_lstat(object, "."), 0);
+    EXPECT_EQ(Family::stat_is_directory(object), 1);
+    Family::stat_destroy(object);
     return true;
 }
 
 TEST(VelstatOom, EveryAllocationMayFail)
 {
-    support::vel_oom_drive(stat_life);
+    support::vel_oom_drive(stat_life<support::byte_paths>);
 }
 
-TEST(VelstatCreate, NoMemoryIsLogged)
+TEST(Velutf8statOom, EveryAllocationMayFail)
 {
-    support::log_capture log;
-    {
-        const support::malloc_watch memory(1);
-        EXPECT_EQ(vel_stat_create(), nullptr);
-    }
-    const lines taken = log.take();
-    ASSERT_EQ(taken.size(), 1u);
-    EXPECT_EQ(taken[0].module, "io/velstat");
-    EXPECT_EQ(taken[0].level, 7);
-    EXPECT_EQ(taken[0].text.rfind("not enough memory for", 0), 0u) << taken[0];
+    support::vel_oom_drive(stat_life<support::utf8_paths>);
 }
 
-TEST(VelstatDeathTest, ArgumentsAreAsserted)
+TYPED_TEST(Velstat, CreationWithoutMemory)
 {
-    const char *text = "velstat != NULL";
-    EXPECT_DEATH(vel_stat_destroy(nullptr), support::asserts(text, "vel_stat_destroy"));
-    EXPECT_DEATH(vel_stat_lstat(nullptr, nullptr), support::asserts(text, "vel_stat_lstat"));
-    EXPECT_DEATH(vel_stat_is_directory(nullptr), support::asserts(text, "vel_stat_is_directory"));
-    EXPECT_DEATH(vel_stat_is_symlink(nullptr), support::asserts(text, "vel_stat_is_symlink"));
-    EXPECT_DEATH(vel_stat_get_size(nullptr), support::asserts(text, "vel_stat_get_size"));
+    const auto failures = support::each_failure(this->log, "io/", [] {
+        typename TypeParam::stat *created = TypeParam::stat_create();
+        if (created)
+            TypeParam::stat_destroy(created);
+        return created != nullptr;
+    });
+    EXPECT_EQ(failures,
+              (std::vector<lines>{{this->line(
+                  "stat", 7, "not enough memory for " + family_name<TypeParam>("stat"))}}));
+}
 
-    struct velstat *velstat = vel_stat_create();
-    ASSERT_NE(velstat, nullptr);
-    EXPECT_DEATH(vel_stat_lstat(velstat, nullptr),
-                 support::asserts("path != NULL", "vel_stat_lstat"));
-    vel_stat_destroy(velstat);
+template <typename Family> class VelstatDeathTest : public support::path_test<Family> {
+};
+TYPED_TEST_SUITE(VelstatDeathTest, support::path_families, support::path_family_name);
+
+TYPED_TEST(VelstatDeathTest, ArgumentsAreAsserted)
+{
+    const std::string text = family_name<TypeParam>("stat != NULL");
+    const auto asserted = [&text](const char *function) {
+        return support::asserts(text, family_function<TypeParam>(function));
+    };
+    EXPECT_DEATH(TypeParam::stat_destroy(nullptr), asserted("stat_destroy"));
+    EXPECT_DEATH(TypeParam::stat_lstat(nullptr, nullptr), asserted("stat_lstat"));
+    EXPECT_DEATH(TypeParam::stat_is_directory(nullptr), asserted("stat_is_directory"));
+    EXPECT_DEATH(TypeParam::stat_is_symlink(nullptr), asserted("stat_is_symlink"));
+    EXPECT_DEATH(TypeParam::stat_get_size(nullptr), asserted("stat_get_size"));
+
+    typename TypeParam::stat *object = TypeParam::stat_create();
+    ASSERT_NE(object, nullptr);
+    EXPECT_DEATH(TypeParam::stat_lstat(object, nullptr),
+                 support::asserts("path != NULL", family_function<TypeParam>("stat_lstat")));
+    TypeParam::stat_destroy(object);
 }
