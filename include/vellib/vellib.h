@@ -111,6 +111,8 @@
 #include <vellib/velurlencode.h>
 
 /* URLs */
+#include <vellib/velpunycode.h>
+#include <vellib/velpunycode_velurl.h>
 #include <vellib/velurl.h>
 
 /* HTTP client */

@@ -68,6 +68,34 @@ VEL_API const char *vel_url_get_params(velurl *velurl);
 /* Gives all behind the first "?" of the local part, or NULL if there is none. */
 VEL_API const char *vel_url_get_query(velurl *velurl);
 
+/* International host names in their ASCII form and back: the labels between the dots are converted
+ * by Punycode (RFC 3492), with the prefix "xn--". Case, normal form, allowed characters and lengths
+ * are the caller's business.
+ *
+ * All four take a text and give a new string in *result. Where either is NULL they log that and
+ * return VEL_ERROR_INVALID_ARGUMENT. Otherwise they return VEL_ERROR_NONE, VEL_ERROR_NO_MEMORY, or
+ * VEL_ERROR_OUT_OF_RANGE for a label that cannot be converted, or VEL_ERROR_GENERIC for one that is
+ * no UTF-8 on either side, or where there was no memory for a step of the conversion of a label.
+ *
+ * Threads: any, at any time.
+ * Note: the label "xn--" on the way to Unicode aborts the process. Look for it in a name from
+ * outside. */
+
+/* Converts the labels with bytes above 127 to ASCII, and leaves the others as they are. */
+VEL_API vel_error_t vel_url_idna_host_to_ascii(const char *host, char **result);
+
+/* Converts the labels that begin with "xn--", in lower case, and leaves the others as they are. */
+VEL_API vel_error_t vel_url_idna_host_to_unicode(const char *host, char **result);
+
+/* Convert the host in a URL. A URL without one gives 222, a code without text, and is logged.
+ *
+ * result  is left as it was on failure, unless url is NULL.
+ *
+ * Note: the host is looked for as text. Where it stands in the scheme or the user name as well, it
+ * is converted there and nowhere else. */
+VEL_API vel_error_t vel_url_idna_url_to_ascii(const char *url, char **result);
+VEL_API vel_error_t vel_url_idna_url_to_unicode(const char *url, char **result);
+
 VEL_DECLARATIONS_END
 
 #endif

@@ -3,12 +3,13 @@
 
 #include <vellib/velurl.h>
 
+/* These codes lie below VEL_ERROR_COUNT and have no text. */
+static constexpr vel_error_t VELURL_ERROR_INVALID = 222;   /* no host is found */
+static constexpr vel_error_t VELURL_ERROR_TRUNCATED = 223; /* an array for Punycode is too small */
+
 /* The host in the text of a URL, found by searching alone, for the conversion of its name. The
  * parser is not used and would at times find another host, which is meant to be so: here "?" and
- * "#" end an authority that no "/" ends, and brackets mean nothing.
- *
- * This code, for no host to be found, lies below VEL_ERROR_COUNT and has no text. */
-static constexpr vel_error_t VELURL_ERROR_INVALID = 222;
+ * "#" end an authority that no "/" ends, and brackets mean nothing. */
 
 /* Finds the host. New strings are for vel_free; on failure NULL is written, and all but
  * VEL_ERROR_NO_MEMORY is logged. */

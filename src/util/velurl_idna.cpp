@@ -1,0 +1,225 @@
+#include <vellib/velurl.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include <vellib/velmalloc.h>
+#include <vellib/velpunycode.h>
+#include <vellib/velstrdupf.h>
+#include <vellib/velstrndup.h>
+
+#include "util/vellog_macros.h"
+#include "util/velurl_internal.h"
+
+/* This is the third part of velurl, and its log lines say so. */
+#define VEL_MODULE "util/velurl"
+
+static constexpr char vel_url_ace_prefix[] = "xn--";
+static constexpr size_t vel_url_ace_prefix_len = sizeof(vel_url_ace_prefix) - 1;
+
+/* Labels stand in an array that ends in NULL, which owns them. */
+
+static size_t vel_url_array_size(char *const *array)
+{
+    size_t size = 0;
+    while (array[size])
+        size++;
+    return size;
+}
+
+static void vel_url_free_array(char **array)
+{
+    for (char **entry = array; *entry; entry++)
+        vel_free(*entry);
+    vel_free(array);
+}
+
+static size_t vel_url_count_tokens(const char *string, char separator)
+{
+    return static_cast<size_t>(std::count(string, string + strlen(string), separator)) + 1;
+}
+
+/* Empty tokens count. NULL is a lack of memory. */
+static char **vel_url_split_string(const char *string, char separator)
+{
+    const size_t count = vel_url_count_tokens(string, separator);
+    auto **tokens = static_cast<char **>(vel_cmalloc((count + 1) * sizeof(char *)));
+    if (!tokens)
+        return nullptr;
+    for (size_t i = 0; i < count; i++) {
+        const char *end = strchr(string, separator);
+        if (!end)
+            end = string + strlen(string);
+        tokens[i] = vel_strndup(string, static_cast<size_t>(end - string));
+        if (!tokens[i]) {
+            vel_url_free_array(tokens);
+            return nullptr;
+        }
+        string = end + 1;
+    }
+    return tokens;
+}
+
+/* NULL is a lack of memory. There is at least one string. */
+static char *vel_url_join_strings(char *const *strings, char separator)
+{
+    const size_t count = vel_url_array_size(strings);
+    size_t size = count; /* separators and the terminator */
+    for (size_t i = 0; i < count; i++)
+        size += strlen(strings[i]);
+    auto *joined = static_cast<char *>(vel_malloc(size));
+    if (!joined)
+        return nullptr;
+    char *dest = joined;
+    for (size_t i = 0; i < count; i++) {
+        const size_t len = strlen(strings[i]);
+        memcpy(dest, strings[i], len);
+        dest += len;
+        *dest++ = separator;
+    }
+    dest[-1] = '\0';
+    return joined;
+}
+
+static bool vel_url_label_needs_encoding(const char *label)
+{
+    for (; *label; label++)
+        if (static_cast<unsigned char>(*label) >= 0x80)
+            return true;
+    return false;
+}
+
+static vel_error_t vel_url_encode_label(const char *label, char **result)
+{
+    char *punycode;
+    const vel_error_t error = vel_punycode_encode(label, &punycode);
+    if (error != VEL_ERROR_NONE)
+        return error;
+    *result = vel_strdupf("%s%s", vel_url_ace_prefix, punycode);
+    vel_free(punycode);
+    return *result ? VEL_ERROR_NONE : VEL_ERROR_NO_MEMORY;
+}
+
+static bool vel_url_label_needs_decoding(const char *label)
+{
+    return strncmp(label, vel_url_ace_prefix, vel_url_ace_prefix_len) == 0;
+}
+
+static const char *vel_url_strip_ace_prefix(const char *label)
+{
+    return label + vel_url_ace_prefix_len;
+}
+
+static vel_error_t vel_url_decode_label(const char *label, char **result)
+{
+    return vel_punycode_decode(vel_url_strip_ace_prefix(label), result);
+}
+
+/* Converts the labels that need it, where they stand. */
+static vel_error_t vel_url_encode_decode_labels(char **labels, bool (*needs)(const char *label),
+                                                vel_error_t (*convert)(const char *label,
+                                                                       char **result))
+{
+    for (; *labels; labels++) {
+        if (!needs(*labels))
+            continue;
+        char *converted;
+        const vel_error_t error = convert(*labels, &converted);
+        if (error != VEL_ERROR_NONE)
+            return error;
+        vel_free(*labels);
+        *labels = converted;
+    }
+    return VEL_ERROR_NONE;
+}
+
+typedef vel_error_t vel_url_labels_function(char **labels);
+
+static vel_error_t vel_url_encode_labels(char **labels)
+{
+    return vel_url_encode_decode_labels(labels, vel_url_label_needs_encoding, vel_url_encode_label);
+}
+
+static vel_error_t vel_url_decode_labels(char **labels)
+{
+    return vel_url_encode_decode_labels(labels, vel_url_label_needs_decoding, vel_url_decode_label);
+}
+
+static vel_error_t vel_url_idna_host_conversion(const char *host,
+                                                vel_url_labels_function *encode_decode_labels,
+                                                char **result)
+{
+    *result = nullptr;
+    char **labels = vel_url_split_string(host, '.');
+    if (!labels)
+        return VEL_ERROR_NO_MEMORY;
+    vel_error_t error = encode_decode_labels(labels);
+    if (error == VEL_ERROR_NONE) {
+        *result = vel_url_join_strings(labels, '.');
+        if (!*result)
+            error = VEL_ERROR_NO_MEMORY;
+    }
+    vel_url_free_array(labels);
+    return error;
+}
+
+/* On failure *result is left as it was. */
+static vel_error_t vel_url_idna_url_conversion(const char *url,
+                                               vel_url_labels_function *encode_decode_labels,
+                                               char **result)
+{
+    char *host, *converted;
+    vel_error_t error = vel_url_get_host_from_url(url, &host);
+    if (error != VEL_ERROR_NONE)
+        return error;
+    error = vel_url_idna_host_conversion(host, encode_decode_labels, &converted);
+    if (error == VEL_ERROR_NONE) {
+        error = vel_url_replace_host_in_url(url, host, converted, result);
+        vel_free(converted);
+    }
+    vel_free(host);
+    return error;
+}
+
+/* Logs which argument is missing, if one is. */
+static bool vel_url_idna_check_arguments(const char *text, const char *name, char **result)
+{
+    if (!result) {
+        VEL_LOG(6, "Invalid argument: result cannot be null");
+        return false;
+    }
+    if (!text) {
+        VEL_LOG(6, "Invalid argument: %s cannot be null", name);
+        *result = nullptr;
+        return false;
+    }
+    return true;
+}
+
+vel_error_t vel_url_idna_host_to_ascii(const char *host, char **result)
+{
+    if (!vel_url_idna_check_arguments(host, "host", result))
+        return VEL_ERROR_INVALID_ARGUMENT;
+    return vel_url_idna_host_conversion(host, vel_url_encode_labels, result);
+}
+
+vel_error_t vel_url_idna_host_to_unicode(const char *host, char **result)
+{
+    if (!vel_url_idna_check_arguments(host, "host", result))
+        return VEL_ERROR_INVALID_ARGUMENT;
+    return vel_url_idna_host_conversion(host, vel_url_decode_labels, result);
+}
+
+vel_error_t vel_url_idna_url_to_ascii(const char *url, char **result)
+{
+    if (!vel_url_idna_check_arguments(url, "url", result))
+        return VEL_ERROR_INVALID_ARGUMENT;
+    return vel_url_idna_url_conversion(url, vel_url_encode_labels, result);
+}
+
+vel_error_t vel_url_idna_url_to_unicode(const char *url, char **result)
+{
+    if (!vel_url_idna_check_arguments(url, "url", result))
+        return VEL_ERROR_INVALID_ARGUMENT;
+    return vel_url_idna_url_conversion(url, vel_url_decode_labels, result);
+}
