@@ -544,7 +544,7 @@ TEST_F(Veludpserver, Ipv6AddressDoesNotMakeAServer)
     }
     serve_ = [](velhandle *, const std::string &) { ADD_FAILURE() << "served"; };
     start();
-    ASSERT_TRUE(place_.wait([&] { return calls_.reads >= 10; }));
+    ASSERT_TRUE(place_.wait([&] { return calls_.reads >= 20; }));
     EXPECT_EQ(support::socket_option(support::descriptors_since(before_)[0], SO_TYPE),
               int{SOCK_STREAM});
     stop_and_wait();
