@@ -93,6 +93,24 @@ TEST_F(VelasyncMemory, Descriptors)
     vel_async_destroy(async);
 }
 
+/* What holds the items may want to grow; without memory for that it goes on as it is. Each number
+ * here is no descriptor, which has nothing to do with the items. */
+TEST_F(VelasyncMemory, ManyDescriptors)
+{
+    constexpr int kFirst = 1000000;
+    constexpr int kCount = 300;
+    velasync *async = vel_async_create();
+    support::warm_log(log_);
+    for (int s = kFirst; s < kFirst + kCount; s++) {
+        const support::malloc_watch watch(2);
+        EXPECT_EQ(vel_async_register_socket_read(async, s, ready, nullptr), VEL_ERROR_GENERIC);
+    }
+    for (int s = kFirst; s < kFirst + kCount; s++)
+        EXPECT_EQ(vel_async_unregister_socket_read(async, s), VEL_ERROR_GENERIC);
+    EXPECT_EQ(vel_async_process(async), VEL_ERROR_NONE);
+    vel_async_destroy(async);
+}
+
 /* However many of them the mechanism makes. */
 TEST_F(VelasyncMemory, EventQueue)
 {
