@@ -117,6 +117,7 @@
 
 /* HTTP client */
 #include <vellib/velhttp.h>
+#include <vellib/velhttp_deprecated.h>
 #include <vellib/velhttp_lite.h>
 #include <vellib/velhttpheaders.h>
 
