@@ -1,5 +1,3 @@
-/* A timeout is one block: the operation, which the host holds, and with it what the queue knows of
- * the timeout. It is freed as the operation that it begins with, which is the last to go. */
 #include <vellib/velasync_timeout.h>
 
 #include <vellib/velmalloc.h>
@@ -18,18 +16,18 @@ struct velasynctimeout {
     struct veltimer *veltimer;        /* started when the queue was created */
 };
 
-struct velasynctimeoutitem : velasyncop, velasynctimeoutnode {
+struct velasynctimeoutitem : velasynctimeoutnode {
+    struct velasyncop *velasyncop;    /* owned by the list of operations that it is in */
     velasynctimeoutheap *timeoutlist; /* the one that the item was put in */
     bool queued;                      /* is still in it */
     vel_async_timeout_cb *callback;
-    void *callbackcontext;
+    void *context;
 };
 
 /* Makes the members. On false the caller releases what there is. */
 static bool vel_async_timeout_build(velasynctimeout *timeout)
 {
-    timeout->timeoutlist =
-        static_cast<velasynctimeoutheap *>(vel_cmalloc(sizeof(velasynctimeoutheap)));
+    timeout->timeoutlist = vel_async_timeoutheap_create();
     if (!timeout->timeoutlist) {
         VEL_LOG(7, "not enough memory for velasync timeout list");
         return false;
@@ -62,7 +60,7 @@ velasynctimeout *vel_async_timeout_create(velasyncoperations *operations)
 /* Returns the first item, or NULL. */
 static velasynctimeoutitem *vel_async_timeout_first(velasynctimeout *timeout)
 {
-    return static_cast<velasynctimeoutitem *>(timeout->timeoutlist->root);
+    return static_cast<velasynctimeoutitem *>(vel_async_timeoutheap_first(timeout->timeoutlist));
 }
 
 static void vel_async_timeout_unlink(velasynctimeoutitem *item)
@@ -72,13 +70,17 @@ static void vel_async_timeout_unlink(velasynctimeoutitem *item)
     item->queued = false;
 }
 
-/* Leaves the blocks alone: each is an operation as well, which still stands in a list. */
-static void vel_async_timeout_cancel_all(velasynctimeout *timeout)
+static void vel_async_timeout_item_destroy(velasynctimeoutitem *item)
 {
-    while (velasynctimeoutitem *item = vel_async_timeout_first(timeout)) {
-        vel_async_timeout_unlink(item);
-        item->callback(VEL_ERROR_CANCELED, item->callbackcontext);
-    }
+    vel_free(item);
+}
+
+/* Ends an item that is cancelled. Its operation is left alone. */
+static void vel_async_timeout_item_cancel(velasynctimeoutitem *item)
+{
+    vel_async_timeout_unlink(item);
+    item->callback(VEL_ERROR_CANCELED, item->context);
+    vel_async_timeout_item_destroy(item);
 }
 
 void vel_async_timeout_destroy(velasynctimeout *timeout)
@@ -89,34 +91,36 @@ void vel_async_timeout_destroy(velasynctimeout *timeout)
         vel_timer_destroy(timeout->veltimer);
     timeout->veltimer = nullptr; /* no callback adds a timeout now */
     if (timeout->timeoutlist) {
-        vel_async_timeout_cancel_all(timeout);
-        vel_free(timeout->timeoutlist);
+        while (velasynctimeoutitem *item = vel_async_timeout_first(timeout))
+            vel_async_timeout_item_cancel(item);
+        vel_async_timeoutheap_destroy(timeout->timeoutlist);
     }
     vel_free(timeout);
 }
 
-/* Runs in the cancel pass, which destroys the operation afterwards, and the item with it. */
+/* Runs in the cancel pass, which destroys the operation afterwards. */
 static void vel_async_timeout_cancel_callback(void *context)
 {
     VEL_ASSERT(context != NULL);
     auto *item = static_cast<velasynctimeoutitem *>(context);
     VEL_ASSERT(item->timeoutlist != NULL);
 
-    vel_async_timeout_unlink(item);
-    item->callback(VEL_ERROR_CANCELED, item->callbackcontext);
+    vel_async_timeout_item_cancel(item);
 }
 
+/* Creates an item, and room for it in the queue. */
 static velasynctimeoutitem *vel_async_timeout_item_create(velasynctimeout *timeout)
 {
     VEL_ASSERT(timeout != NULL);
 
-    auto *item = static_cast<velasynctimeoutitem *>(vel_cmalloc(sizeof(velasynctimeoutitem)));
+    velasynctimeoutitem *item = nullptr;
+    if (vel_async_timeoutheap_reserve(timeout->timeoutlist))
+        item = static_cast<velasynctimeoutitem *>(vel_malloc(sizeof(velasynctimeoutitem)));
     if (!item) {
         VEL_LOG(7, "not enough memory for a timeout");
         return nullptr;
     }
-    item->cancel_callback = vel_async_timeout_cancel_callback;
-    item->context = item;
+    *item = {};
     item->timeoutlist = timeout->timeoutlist;
     return item;
 }
@@ -161,13 +165,19 @@ velasyncop *vel_async_timeout_add_us(velasynctimeout *timeout, int seconds,
         VEL_LOG(7, "not enough memory for a timeout");
         return nullptr;
     }
-    vel_async_operations_append_active(timeout->operations, item);
+    item->velasyncop = vel_async_handle_create(vel_async_timeout_cancel_callback, item);
+    if (!item->velasyncop) {
+        VEL_LOG(7, "unable to create asynchronous operation handle");
+        vel_async_timeout_item_destroy(item);
+        return nullptr;
+    }
+    vel_async_operations_append_active(timeout->operations, item->velasyncop);
     vel_async_timeout_set_deadline(item, seconds, microseconds, nowseconds, nowmicros);
     item->callback = callback;
-    item->callbackcontext = context;
+    item->context = context;
     vel_async_timeoutheap_add(timeout->timeoutlist, item);
     item->queued = true;
-    return item;
+    return item->velasyncop;
 }
 
 void vel_async_timeout_get_us(velasynctimeout *timeout, int *secondsptr,
@@ -211,11 +221,13 @@ vel_error_t vel_async_timeout_process(velasynctimeout *timeout)
         if (item->seconds > nowseconds || (item->seconds == nowseconds && item->micros > nowmicros))
             return VEL_ERROR_INCOMPLETE;
         vel_async_timeout_unlink(item);
-        if (item->canceled)
+        velasyncop *velasyncop = item->velasyncop;
+        if (velasyncop->canceled)
             continue; /* by another one in this pass; the cancel pass calls it */
-        vel_async_operations_remove_active(timeout->operations, item);
-        item->callback(VEL_ERROR_TIMED_OUT, item->callbackcontext);
-        vel_async_handle_destroy(item);
+        vel_async_operations_remove_active(timeout->operations, velasyncop);
+        item->callback(VEL_ERROR_TIMED_OUT, item->context);
+        vel_async_timeout_item_destroy(item);
+        vel_async_handle_destroy(velasyncop);
     }
     return VEL_ERROR_NONE;
 }

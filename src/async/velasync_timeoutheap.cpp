@@ -1,85 +1,139 @@
 #include "async/velasync_timeoutheap.h"
 
-/* Tells whether a comes before b. */
-static bool vel_async_timeoutheap_before(const velasynctimeoutnode *a, const velasynctimeoutnode *b)
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include <vellib/velmalloc.h>
+
+static constexpr size_t vel_async_timeoutheap_children = 4;
+
+static bool vel_async_timeoutheap_before(const velasynctimeoutentry &a,
+                                         const velasynctimeoutentry &b)
 {
-    if (a->seconds != b->seconds)
-        return a->seconds < b->seconds;
-    if (a->micros != b->micros)
-        return a->micros < b->micros;
-    return a->sequence < b->sequence;
+    return a.deadline < b.deadline || (a.deadline == b.deadline && a.sequence < b.sequence);
 }
 
-/* Makes one tree of two, the later one becoming a child of the earlier one. */
-static velasynctimeoutnode *vel_async_timeoutheap_merge(velasynctimeoutnode *a,
-                                                        velasynctimeoutnode *b)
+static void vel_async_timeoutheap_put(velasynctimeoutheap *heap, size_t position,
+                                      const velasynctimeoutentry &entry)
 {
-    velasynctimeoutnode *parent = vel_async_timeoutheap_before(a, b) ? a : b;
-    velasynctimeoutnode *child = parent == a ? b : a;
-    child->prev = parent;
-    child->next = parent->child;
-    if (child->next)
-        child->next->prev = child;
-    parent->child = child;
-    return parent;
+    heap->entries[position] = entry;
+    if (entry.node)
+        entry.node->position = position;
 }
 
-/* Makes one tree of a list of children, or returns NULL if there are none. Merging neighbours first
- * and the results then from the last to the first is what keeps the trees shallow. */
-static velasynctimeoutnode *vel_async_timeoutheap_gather(velasynctimeoutnode *list)
+/* Puts an entry at a free position or above, moving what comes after it down. */
+static void vel_async_timeoutheap_rise(velasynctimeoutheap *heap, size_t position,
+                                       const velasynctimeoutentry &entry)
 {
-    velasynctimeoutnode *pairs = nullptr; /* in reverse, linked by next */
-    while (list) {
-        velasynctimeoutnode *tree = list;
-        velasynctimeoutnode *neighbour = list->next;
-        list = nullptr;
-        if (neighbour) {
-            list = neighbour->next;
-            tree = vel_async_timeoutheap_merge(tree, neighbour);
+    while (position > 0) {
+        const size_t parent = (position - 1) / vel_async_timeoutheap_children;
+        if (!vel_async_timeoutheap_before(entry, heap->entries[parent]))
+            break;
+        vel_async_timeoutheap_put(heap, position, heap->entries[parent]);
+        position = parent;
+    }
+    vel_async_timeoutheap_put(heap, position, entry);
+}
+
+/* Puts an entry at a free position or below, moving what comes before it up. */
+static void vel_async_timeoutheap_sink(velasynctimeoutheap *heap, size_t position,
+                                       const velasynctimeoutentry &entry)
+{
+    for (;;) {
+        size_t child = vel_async_timeoutheap_children * position + 1;
+        if (child >= heap->count)
+            break;
+        const size_t end = std::min(child + vel_async_timeoutheap_children, heap->count);
+        for (size_t other = child + 1; other < end; other++) {
+            if (vel_async_timeoutheap_before(heap->entries[other], heap->entries[child]))
+                child = other;
         }
-        tree->next = pairs;
-        pairs = tree;
+        if (!vel_async_timeoutheap_before(heap->entries[child], entry))
+            break;
+        vel_async_timeoutheap_put(heap, position, heap->entries[child]);
+        position = child;
     }
-    velasynctimeoutnode *result = pairs;
-    velasynctimeoutnode *rest = pairs ? pairs->next : nullptr;
-    while (rest) {
-        velasynctimeoutnode *tree = rest;
-        rest = rest->next;
-        result = vel_async_timeoutheap_merge(result, tree);
-    }
-    return result;
+    vel_async_timeoutheap_put(heap, position, entry);
 }
 
-/* Adds a tree. */
-static void vel_async_timeoutheap_plant(velasynctimeoutheap *heap, velasynctimeoutnode *tree)
+velasynctimeoutheap *vel_async_timeoutheap_create()
 {
-    if (tree && heap->root)
-        tree = vel_async_timeoutheap_merge(heap->root, tree);
-    if (!tree)
-        return;
-    tree->next = nullptr;
-    tree->prev = nullptr;
-    heap->root = tree;
+    auto *heap = static_cast<velasynctimeoutheap *>(vel_cmalloc(sizeof(velasynctimeoutheap)));
+    if (!heap)
+        return nullptr;
+    heap->entries = heap->few;
+    heap->capacity = std::size(heap->few);
+    return heap;
+}
+
+/* Frees the array, if it is one of its own. */
+static void vel_async_timeoutheap_release(velasynctimeoutheap *heap)
+{
+    if (heap->entries != heap->few)
+        vel_free(heap->entries);
+}
+
+void vel_async_timeoutheap_destroy(velasynctimeoutheap *heap)
+{
+    vel_async_timeoutheap_release(heap);
+    vel_free(heap);
+}
+
+bool vel_async_timeoutheap_reserve(velasynctimeoutheap *heap)
+{
+    if (heap->count < heap->capacity)
+        return true;
+    /* The entries stand in memory already, so twice their size does not overflow. */
+    const size_t size = heap->capacity * sizeof(velasynctimeoutentry);
+    auto *entries = static_cast<velasynctimeoutentry *>(vel_malloc(2 * size));
+    if (!entries)
+        return false;
+    memcpy(entries, heap->entries, size);
+    vel_async_timeoutheap_release(heap);
+    heap->entries = entries;
+    heap->capacity *= 2;
+    return true;
 }
 
 void vel_async_timeoutheap_add(velasynctimeoutheap *heap, velasynctimeoutnode *node)
 {
-    node->child = nullptr;
-    node->sequence = heap->sequence++;
-    vel_async_timeoutheap_plant(heap, node);
+    const int64_t deadline =
+        static_cast<int64_t>(node->seconds) * (int64_t{1} << 32) + node->micros;
+    vel_async_timeoutheap_rise(heap, heap->count++, {deadline, heap->sequence++, node});
+}
+
+static void vel_async_timeoutheap_remove_first(velasynctimeoutheap *heap)
+{
+    const velasynctimeoutentry last = heap->entries[--heap->count];
+    if (heap->count > 0)
+        vel_async_timeoutheap_sink(heap, 0, last);
+}
+
+/* Drops the entries without a node, and makes a heap of the others. */
+static void vel_async_timeoutheap_compact(velasynctimeoutheap *heap)
+{
+    size_t count = 0;
+    for (size_t i = 0; i < heap->count; i++) {
+        if (heap->entries[i].node)
+            vel_async_timeoutheap_put(heap, count++, heap->entries[i]);
+    }
+    heap->count = count;
+    heap->vacantcount = 0;
+    for (size_t i = count; i-- > 0;) {
+        const velasynctimeoutentry entry = heap->entries[i];
+        vel_async_timeoutheap_sink(heap, i, entry);
+    }
 }
 
 void vel_async_timeoutheap_remove(velasynctimeoutheap *heap, velasynctimeoutnode *node)
 {
-    if (node == heap->root) {
-        heap->root = nullptr;
-    } else {
-        if (node->prev->child == node)
-            node->prev->child = node->next;
-        else
-            node->prev->next = node->next;
-        if (node->next)
-            node->next->prev = node->prev;
+    heap->entries[node->position].node = nullptr;
+    heap->vacantcount++;
+    while (heap->count > 0 && !heap->entries[0].node) {
+        vel_async_timeoutheap_remove_first(heap);
+        heap->vacantcount--;
     }
-    vel_async_timeoutheap_plant(heap, vel_async_timeoutheap_gather(node->child));
+    if (heap->vacantcount > heap->count / 2)
+        vel_async_timeoutheap_compact(heap);
 }
