@@ -2,27 +2,21 @@
 
 #include "support/icap.h"
 
-#include <optional>
 #include <random>
-#include <string_view>
 
 #include "net/velicap_internal.h"
+#include "support/icaplayout.h"
 
 static const unsigned int kNone = 0, kReqmod = 1, kRespmod = 2, kOptions = 3;
 
-/* What is stored: header offset, body offset, and whether a body follows. */
-struct layout {
-    uint64_t header;
-    uint64_t body;
-    int hasbody;
+using layout = support::icap_layout;
 
-    bool operator==(const layout &) const = default;
-};
-
-static std::ostream &operator<<(std::ostream &out, const layout &one)
+namespace support {
+static std::ostream &operator<<(std::ostream &out, const icap_layout &one)
 {
     return out << one.header << " " << one.body << " " << one.hasbody;
 }
+} // namespace support
 
 static const layout kUntouched = {77, 78, 79};
 
@@ -308,98 +302,12 @@ static const parse_case kParseCases[] = {
 INSTANTIATE_TEST_SUITE_P(Table, VelicapEncapsulatedTable, testing::ValuesIn(kParseCases),
                          support::row_name());
 
-/* A second implementation, which takes the text to pieces first. */
-
-struct piece {
-    std::string word;
-    uint64_t value = 0;
-    bool ranged = true;
-};
-
-/* The number in front of a text, which is cut off. */
-static piece take_number(std::string_view &text)
-{
-    piece one;
-    std::string_view rest = text;
-    while (!rest.empty() && std::string_view(" \t\n\v\f\r").find(rest[0]) != rest.npos)
-        rest.remove_prefix(1);
-    const bool negative = rest.starts_with('-');
-    if (negative || rest.starts_with('+'))
-        rest.remove_prefix(1);
-    bool digits = false;
-    while (!rest.empty() && rest[0] >= '0' && rest[0] <= '9') {
-        const auto digit = static_cast<uint64_t>(rest[0] - '0');
-        one.ranged = one.ranged && one.value <= (UINT64_MAX - digit) / 10;
-        one.value = one.value * 10 + digit;
-        digits = true;
-        rest.remove_prefix(1);
-    }
-    if (negative)
-        one.value = 0 - one.value;
-    if (digits)
-        text = rest;
-    return one;
-}
-
-static const std::string kWords[] = {
-    "req-hdr=", "res-hdr=", "req-body=", "res-body=", "opt-body=", "null-body="};
-
-/* The values by their words, or none if the text is not well formed. */
-static std::optional<std::map<std::string, uint64_t>> take_values(std::string_view text)
-{
-    std::map<std::string, uint64_t> values;
-    size_t lowest = 0;
-    while (true) {
-        const std::string *word = nullptr;
-        for (size_t number = lowest; number < std::size(kWords); number++) {
-            if (text.starts_with(kWords[number])) {
-                word = &kWords[number];
-                lowest = number + 1;
-            }
-        }
-        if (!word)
-            return std::nullopt;
-        text.remove_prefix(word->size());
-        const piece one = take_number(text);
-        if (!one.ranged)
-            return std::nullopt;
-        values[word->substr(0, word->size() - 1)] = one.value;
-        if (text.empty())
-            return values;
-        if (!text.starts_with(", "))
-            return std::nullopt;
-        text.remove_prefix(2);
-    }
-}
-
+/* The same by a second implementation, which logs nothing. */
 static parse_result naive(unsigned int method, const std::string &text)
 {
-    const parse_result refused = {kBad, {}, kUntouched};
-    const auto values = take_values(text);
-    if (!values)
-        return refused;
-    std::string mask; /* the first letters of what is there: a pattern that is allowed or not */
-    for (const auto &[word, value] : *values)
-        mask += word + " ";
-    if (method != kReqmod && method != kRespmod && method != kOptions) {
-        const bool opt = values->contains("opt-body");
-        const bool two = values->contains("null-body") &&
-                         (values->contains("req-body") || values->contains("res-body"));
-        return opt || two ? refused : parse_result{VEL_ERROR_INTERNAL, {}, kUntouched};
-    }
-    static const std::map<unsigned int, std::vector<std::string>> kAllowed = {
-        {kReqmod,
-         {"req-body ", "req-body req-hdr ", "null-body req-hdr ", "res-body ", "res-body res-hdr ",
-          "null-body res-hdr ", "null-body "}},
-        {kRespmod, {"res-body ", "res-body res-hdr ", "null-body res-hdr ", "null-body "}},
-        {kOptions, {"opt-body ", "null-body "}}};
-    const std::vector<std::string> &allowed = kAllowed.at(method);
-    if (std::find(allowed.begin(), allowed.end(), mask) == allowed.end())
-        return refused;
-    layout stored = {0, 0, values->contains("null-body") ? 0 : 1};
-    for (const auto &[word, value] : *values)
-        (word.ends_with("hdr") ? stored.header : stored.body) = value;
-    return {stored.header != 0 ? VEL_ERROR_UNSUPPORTED : VEL_ERROR_NONE, {}, stored};
+    parse_result one = {VEL_ERROR_NONE, {}, kUntouched};
+    one.result = support::icap_layout_of(method, text, &one.stored);
+    return one;
 }
 
 static std::string random_text(std::mt19937 &random)
@@ -415,11 +323,13 @@ static std::string random_text(std::mt19937 &random)
     std::string text;
     const bool ordered = random() % 4 != 0;
     const unsigned int chosen = random();
-    for (size_t number = 0; number < std::size(kWords); number++) {
+    for (size_t number = 0; number < std::size(support::kIcapWords); number++) {
         if ((chosen >> number * 2) % 4 != 0)
             continue;
         text += text.empty() ? "" : any(kSeparators);
-        text += ordered ? kWords[number] : random() % 8 == 0 ? any(kOthers) : any(kWords);
+        text += ordered             ? support::kIcapWords[number]
+                : random() % 8 == 0 ? any(kOthers)
+                                    : any(support::kIcapWords);
         text += any(kNumbers);
     }
     if (random() % 8 == 0 && !text.empty())
@@ -455,7 +365,7 @@ TEST_F(VelicapEncapsulated, EveryMask)
             std::string text;
             for (unsigned int bit = 0; bit < 6; bit++) {
                 if (mask >> bit & 1)
-                    text += (text.empty() ? "" : ", ") + kWords[bit] + "0";
+                    text += (text.empty() ? "" : ", ") + support::kIcapWords[bit] + "0";
             }
             parse_result one = parse(method, text);
             one.logged.clear();
