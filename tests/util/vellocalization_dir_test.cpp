@@ -3,15 +3,12 @@
 #include <vellib/vellocalization.h>
 
 #include <cerrno>
-#include <cstring>
-#include <deque>
-#include <dirent.h>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "support/platform_function.h"
+#include "support/fakedirectory.h"
 #include "support/potest.h"
 
 using support::log_line;
@@ -21,43 +18,6 @@ using log_lines = std::vector<log_line>;
 
 static const char kModule[] = "util/vellocalization";
 static const char kGood[] = "msgid \"a\"\nmsgstr \"x\"\n";
-
-namespace {
-
-/* What reading a directory gives while it lives. */
-struct fake_directory {
-    explicit fake_directory(std::deque<std::string> names_, int error_ = 0)
-        : names(std::move(names_)), error(error_)
-    {
-        active = this;
-    }
-    ~fake_directory()
-    {
-        active = nullptr;
-    }
-
-    std::deque<std::string> names;
-    int error; /* at the end */
-    dirent entry = {};
-
-    static inline fake_directory *active;
-};
-
-} // namespace
-
-extern "C" dirent *readdir(DIR *directory)
-{
-    fake_directory *fake = fake_directory::active;
-    if (!fake)
-        return support::platform_function<dirent *(DIR *)>("readdir")(directory);
-    if (fake->names.empty()) {
-        errno = fake->error ? fake->error : errno;
-        return nullptr;
-    }
-    strcpy(fake->entry.d_name, fake->names.front().c_str());
-    fake->names.pop_front();
-    return &fake->entry;
-}
 
 static log_line no_language(const std::string &language)
 {
@@ -69,7 +29,7 @@ TEST_F(Vellocalization, FailureEndsTheWalk)
     for (const char *name : {"a", "c"})
         write_file(std::string("domain/") + name + ".po", kGood);
     write_file("domain/b.po", "msgid \"a\"\nmsgstr \"y\"\nbad\nmsgid \"b\"\nmsgstr \"z\"\n");
-    const fake_directory directory({"a.po", "b.po", "c.po"});
+    const support::fake_directory directory({"a.po", "b.po", "c.po"});
     EXPECT_EQ(load(), VEL_ERROR_INVALID_SYNTAX);
     EXPECT_EQ(
         lines(),
@@ -91,7 +51,7 @@ TEST_F(Vellocalization, ReadErrorEndsTheWalkLikeItsEnd)
 {
     for (const char *name : {"a", "b"})
         write_file(std::string("domain/") + name + ".po", kGood);
-    const fake_directory directory({".", "..", "a.po"}, EIO);
+    const support::fake_directory directory({".", "..", "a.po"}, EIO);
     EXPECT_EQ(load(), VEL_ERROR_NONE);
     EXPECT_EQ(lines(), (log_lines{no_language("a")}));
     EXPECT_EQ(languages(), "a");
@@ -99,7 +59,7 @@ TEST_F(Vellocalization, ReadErrorEndsTheWalkLikeItsEnd)
 
 TEST_F(Vellocalization, ReadErrorAtOnceIsNoFailure)
 {
-    const fake_directory directory({}, EIO);
+    const support::fake_directory directory({}, EIO);
     EXPECT_EQ(load(), VEL_ERROR_NONE);
     EXPECT_EQ(lines(), (log_lines{}));
 }
@@ -107,7 +67,7 @@ TEST_F(Vellocalization, ReadErrorAtOnceIsNoFailure)
 TEST_F(Vellocalization, EntryThatHasGoneFails)
 {
     for (const std::string name : {"gone.po", "gone.txt"}) {
-        const fake_directory directory({name, "a.po"});
+        const support::fake_directory directory({name, "a.po"});
         EXPECT_EQ(load(), VEL_ERROR_GENERIC);
         EXPECT_EQ(lines(),
                   (log_lines{{kModule, 7, "error checking if '" + name + "' is a directory"}}));
@@ -119,7 +79,7 @@ TEST_F(Vellocalization, EntryThatHasGoneFails)
 /* A combining mark whose normal form is longer. */
 TEST_F(Vellocalization, NameThatCannotBeConvertedFails)
 {
-    const fake_directory directory({"\xcd\x84.po", "a.po"});
+    const support::fake_directory directory({"\xcd\x84.po", "a.po"});
     EXPECT_EQ(load(), VEL_ERROR_GENERIC);
     EXPECT_EQ(lines(), (log_lines{{kModule, 7, "fetching the directory entry name failed"}}));
 }
@@ -127,7 +87,7 @@ TEST_F(Vellocalization, NameThatCannotBeConvertedFails)
 TEST_F(Vellocalization, FileThatIsListedTwiceIsLoadedTwice)
 {
     write_file("domain/a.po", kGood);
-    const fake_directory directory({"a.po", "a.po"});
+    const support::fake_directory directory({"a.po", "a.po"});
     EXPECT_EQ(load(), VEL_ERROR_NONE);
     EXPECT_EQ(lines(), (log_lines{no_language("a")}));
     EXPECT_EQ(translation("a", "a"), "x");

@@ -1,71 +1,75 @@
-#include <filesystem>
+/* Languages are loaded by one thread and looked up by several. */
+
+#include <vellib/vellocalization.h>
+
+#include <atomic>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include <vellib/vellib.h>
+#include <vellib/velthread.h>
 
-#include "support/tempdir.h"
+#include "support/potest.h"
 
-/* Sizes at which a table that was only added to would be in the middle of growing: after so many
- * languages and so many strings a lookup would move what it finds. */
-static constexpr int kLanguages = 7;
-static constexpr int kStrings = 25;
+namespace {
 
-static std::string language_name(int language)
+struct reader {
+    vellocalization *localization;
+    int languages;
+    int strings;
+    std::atomic<int> wrong = 0;
+};
+
+} // namespace
+
+static void *read_all(void *context)
 {
-    return "l" + std::to_string(language);
-}
-
-static void write_catalogue(const std::string &name, int first, int count)
-{
-    std::string text;
-    for (int i = first; i < first + count; i++)
-        text +=
-            "msgid \"" + std::to_string(i) + "\"\nmsgstr \"" + name + std::to_string(i) + "\"\n";
-    support::write_file("texts/" + name + ".po", text);
-}
-
-static void expect_all(vellocalization *localization, int count)
-{
-    for (int i = 0; i < kLanguages; i++) {
-        vellanguage *language =
-            vel_localization_language_get(localization, language_name(i).c_str());
-        ASSERT_TRUE(language);
-        for (int number = 0; number < count; number++)
-            ASSERT_EQ(vel_localization_localize(language, std::to_string(number).c_str()),
-                      language_name(i) + std::to_string(number));
+    auto *reader = static_cast<struct reader *>(context);
+    for (int language = 0; language < reader->languages; language++) {
+        vellanguage *vellanguage = vel_localization_language_get(
+            reader->localization, ("language" + std::to_string(language)).c_str());
+        for (int string = 0; string < reader->strings; string++) {
+            const std::string key = "key" + std::to_string(string);
+            const char *value = vel_localization_localize(vellanguage, key.c_str());
+            reader->wrong += !value || value != key + " in " + std::to_string(language);
+        }
+        reader->wrong += vel_localization_localize(vellanguage, "missing") != nullptr;
     }
+    reader->wrong += vel_localization_language_get(reader->localization, "missing") != nullptr;
+    return nullptr;
 }
 
-static void load(vellocalization *localization, int first, int count)
+class VellocalizationThread : public Vellocalization, public testing::WithParamInterface<int> {};
+
+/* Tables of all fillings, among them those that are about to grow or are growing. */
+TEST_P(VellocalizationThread, LookupsOnlyRead)
 {
-    for (int i = 0; i < kLanguages; i++)
-        write_catalogue(language_name(i), first, count);
-    ASSERT_EQ(vel_localization_load_utf8(localization, ".", "texts"), VEL_ERROR_NONE);
+    const int count = GetParam();
+    for (int language = 0; language < count; language++) {
+        std::string content;
+        for (int string = 0; string < count; string++) {
+            const std::string key = "key" + std::to_string(string);
+            content += "msgid \"" + key + "\"\nmsgstr \"" + key + " in " +
+                       std::to_string(language) + "\"\n";
+        }
+        support::write_file("domain/language" + std::to_string(language) + ".po", content);
+    }
+    ASSERT_EQ(load_quietly(), VEL_ERROR_NONE);
+
+    reader reader = {localization, count, count};
+    std::vector<velthread *> threads(4);
+    for (velthread *&thread : threads) {
+        thread = vel_thread_create();
+        ASSERT_NE(thread, nullptr);
+        ASSERT_EQ(vel_thread_start(thread, read_all, &reader), 0);
+    }
+    for (velthread *thread : threads) {
+        EXPECT_EQ(vel_thread_join(thread, nullptr), 0);
+        vel_thread_destroy(thread);
+    }
+    EXPECT_EQ(reader.wrong, 0);
+    log.clear();
 }
 
-static void expect_all_in_threads(vellocalization *localization, int count)
-{
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; i++)
-        threads.emplace_back([=] { expect_all(localization, count); });
-    for (std::thread &thread : threads)
-        thread.join();
-}
-
-TEST(VellocalizationThread, LookupsAfterALoadOnlyRead)
-{
-    support::temporary_directory directory;
-    std::filesystem::create_directory("texts");
-    vellocalization *localization = vel_localization_create();
-    ASSERT_TRUE(localization);
-
-    load(localization, 0, kStrings);
-    expect_all_in_threads(localization, kStrings);
-    load(localization, kStrings, kStrings * 3);
-    expect_all_in_threads(localization, kStrings * 4);
-    vel_localization_destroy(localization);
-}
+INSTANTIATE_TEST_SUITE_P(Tables, VellocalizationThread, testing::Range(1, 40));
