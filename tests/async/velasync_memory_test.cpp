@@ -58,6 +58,36 @@ TEST_F(VelasyncMemory, Create)
     EXPECT_EQ(support::descriptors(), before_);
 }
 
+/* In a loop of its own each time, as a queue may keep the room that it got. */
+TEST_F(VelasyncMemory, Timeout)
+{
+    const std::vector<log_lines> expected = {
+        {async_line("timeout", 7, "not enough memory for a timeout"),
+         async_line("timeout", 7, "not enough memory for a timeout")},
+        {async_line("handle", 7, "not enough memory for velasyncop context"),
+         async_line("timeout", 7, "unable to create asynchronous operation handle")},
+    };
+    const auto add = [](velasync *async) {
+        const bool good = vel_async_register_timeout_ms(async, 0, timed, nullptr) != nullptr;
+        const support::malloc_pause pause;
+        EXPECT_EQ(vel_async_get_timeout_ms(async), good ? 0 : -1);
+        EXPECT_EQ(vel_async_process(async), VEL_ERROR_NONE);
+        return good;
+    };
+    EXPECT_EQ(each_failure(log_, "async/velasync_",
+                           [&] {
+                               velasync *async;
+                               {
+                                   const support::malloc_pause pause;
+                                   async = vel_async_create();
+                               }
+                               const bool good = add(async);
+                               vel_async_destroy(async);
+                               return good;
+                           }),
+              expected);
+}
+
 TEST_F(VelasyncMemory, Handle)
 {
     velasyncop *op = nullptr;

@@ -4,6 +4,7 @@
 #include <climits>
 #include <deque>
 #include <functional>
+#include <map>
 #include <random>
 #include <string>
 #include <vector>
@@ -372,6 +373,65 @@ TEST_F(VelasyncTimeout, HundredThousandAndHalfOfThemCanceled)
     clock_.move_us(2000000);
     EXPECT_EQ(process(), VEL_ERROR_NONE);
     EXPECT_TRUE(order == expected);
+}
+
+/* Adds, cancels and passes by chance beside a sorted map, with few and with many pending. Long ones
+ * that are canceled early are most of them, as in life. */
+TEST_F(VelasyncTimeout, BesideASortedMap)
+{
+    struct entry {
+        uint32_t number;
+        velasyncop *op;
+    };
+    std::mt19937 random(5);
+    std::multimap<int64_t, entry> model; /* by deadline; equal ones in the order of adding */
+    std::deque<mass> contexts;
+    std::vector<uint32_t> order;
+    std::vector<uint32_t> expected;
+    int64_t now = 0;
+    for (int step = 0; step < 100000; step++) {
+        const size_t target = step / 20000 % 2 ? 10 : 3000;
+        const unsigned int choice = random() % 8;
+        if (choice < 4 && model.size() < target) {
+            const auto number = static_cast<uint32_t>(contexts.size());
+            const int64_t delay = random() % 4 ? random() % 3000 * 1000 : random() % 20;
+            mass *context = &contexts.emplace_back(mass{&order, number});
+            velasyncop *op = vel_async_timeout_add_us(queue_, static_cast<int>(delay / 1000000),
+                                                      static_cast<unsigned int>(delay % 1000000),
+                                                      fired, context);
+            ASSERT_NE(op, nullptr);
+            model.insert({now + delay, {number, op}});
+        } else if (choice < 7 && !model.empty()) {
+            auto chosen = model.lower_bound(now + random() % 3000000);
+            if (chosen == model.end())
+                chosen = model.begin();
+            vel_async_operations_cancel(operations_, chosen->second.op);
+            EXPECT_EQ(vel_async_operations_process_canceled(operations_), VEL_ERROR_NONE);
+            expected.push_back(chosen->second.number * 2 + 1);
+            model.erase(chosen);
+        } else {
+            const int64_t moved = random() % 50;
+            clock_.move_us(moved);
+            now += moved;
+            const bool empty = model.empty();
+            while (!model.empty() && model.begin()->first <= now) {
+                expected.push_back(model.begin()->second.number * 2);
+                model.erase(model.begin());
+            }
+            ASSERT_EQ(process(), !empty && model.empty() ? VEL_ERROR_NONE : VEL_ERROR_INCOMPLETE);
+        }
+        const int64_t wait = model.empty() ? 0 : std::max<int64_t>(model.begin()->first - now, 0);
+        ASSERT_EQ(time_left(), (model.empty() ? left{-1, 0}
+                                              : left{static_cast<int>(wait / 1000000),
+                                                     static_cast<unsigned int>(wait % 1000000)}))
+            << step;
+        ASSERT_EQ(order, expected) << step;
+        order.clear();
+        expected.clear();
+    }
+    for (const auto &[deadline, one] : model)
+        vel_async_operations_cancel(operations_, one.op);
+    EXPECT_EQ(vel_async_operations_process_canceled(operations_), VEL_ERROR_NONE);
 }
 
 /* Assertions. */
