@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-/* platform/textkernels.h: base64 and hex in the wide steps of a processor.
+/* platform/textkernels.h: base64, hex and percent encoding in the wide steps of a processor.
  *
  * A kernel converts from the front as much as its steps fit, and returns how much of the source it
  * took, which may be nothing; the caller's plain loop does the rest. It reads nothing behind the
@@ -27,6 +27,17 @@ struct vel_textkernels {
     /* Digits of either case to bytes: the number taken is even and ends before the first byte that
      * is no digit. */
     size_t (*hex_decode)(uint8_t *dest, const uint8_t *source, size_t len);
+
+    /* The two of percent encoding give the length of the result in *countptr. With NULL for dest
+     * they only count; otherwise they stop where the room could be too small. */
+
+    /* Bytes to text. entries has 256 bytes, 0 for each byte that needs an escape. */
+    size_t (*percent_encode)(char *dest, size_t room, const uint8_t *source, size_t len,
+                             const uint8_t *entries, size_t *countptr);
+
+    /* Text to bytes, in whole escapes and ending before a bad one; "+" gives a space. */
+    size_t (*percent_decode)(uint8_t *dest, size_t room, const uint8_t *source, size_t len,
+                             size_t *countptr);
 };
 
 /* All that this build has, the best first. The last takes nothing and is usable everywhere. */

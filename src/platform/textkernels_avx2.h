@@ -2,6 +2,7 @@
 #define VELLIB_PLATFORM_TEXTKERNELS_AVX2_H
 
 #include "platform/textkernels.h"
+#include "platform/textkernels_plain.h"
 
 #include <cstring>
 #include <immintrin.h>
@@ -182,6 +183,78 @@ VEL_AVX2 static size_t vel_avx2_hex_decode(uint8_t *dest, const uint8_t *source,
     return taken;
 }
 
+/* For each mask of 8 bytes, the indexes of those that stay, at the front. */
+struct vel_avx2_pack_table {
+    uint8_t indexes[256][8];
+};
+
+static constexpr vel_avx2_pack_table vel_avx2_fill_pack()
+{
+    vel_avx2_pack_table table = {};
+    for (unsigned mask = 0; mask < 256; mask++)
+        for (unsigned i = 0, count = 0; i < 8; i++)
+            if (mask >> i & 1)
+                table.indexes[mask][count++] = static_cast<uint8_t>(i);
+    return table;
+}
+
+static constexpr auto vel_avx2_pack = vel_avx2_fill_pack();
+
+/* Moves the bytes of the mask to the front of dest, which has room for all 32. */
+VEL_AVX2 static inline void vel_avx2_compress(uint8_t *dest, __m256i bytes, uint32_t mask)
+{
+    uint8_t all[32];
+    vel_avx2_store(all, bytes);
+    for (const uint8_t *from = all; from < all + 32; from += 8, mask >>= 8) {
+        __m128i eight =
+            _mm_loadl_epi64(static_cast<const __m128i *>(static_cast<const void *>(from)));
+        const uint8_t *indexes = vel_avx2_pack.indexes[mask & 0xff];
+        __m128i order =
+            _mm_loadl_epi64(static_cast<const __m128i *>(static_cast<const void *>(indexes)));
+        _mm_storel_epi64(static_cast<__m128i *>(static_cast<void *>(dest)),
+                         _mm_shuffle_epi8(eight, order));
+        dest += __builtin_popcount(mask & 0xff);
+    }
+}
+
+/* Each place is decoded as if an escape stood there; the "%" choose. Both digits of one may stand
+ * behind the step, which is that much longer then. */
+VEL_AVX2 static size_t vel_avx2_percent_decode(uint8_t *dest, size_t room, const uint8_t *source,
+                                               size_t len, size_t *countptr)
+{
+    const __m256i zero = _mm256_setzero_si256(), space = _mm256_set1_epi8(' ');
+    size_t taken = 0, count = 0;
+    while (len - taken >= 34) {
+        __m256i text = vel_avx2_load(source + taken);
+        __m256i high = vel_avx2_hex_values(vel_avx2_load(source + taken + 1));
+        __m256i low = vel_avx2_hex_values(vel_avx2_load(source + taken + 2));
+        __m256i isescape = _mm256_cmpeq_epi8(text, _mm256_set1_epi8('%'));
+        auto escapes = static_cast<uint32_t>(_mm256_movemask_epi8(isescape));
+        __m256i excess = _mm256_subs_epu8(_mm256_max_epu8(high, low), _mm256_set1_epi8(15));
+        __m256i good = _mm256_cmpeq_epi8(excess, zero);
+        if (escapes & ~static_cast<uint32_t>(_mm256_movemask_epi8(good)))
+            break;
+
+        const uint32_t keep = ~(escapes << 1 | escapes << 2);
+        const auto kept = static_cast<size_t>(__builtin_popcount(keep));
+        if (dest) {
+            if (room - count < kept)
+                break;
+            high = _mm256_slli_epi16(_mm256_and_si256(high, _mm256_set1_epi8(15)), 4);
+            __m256i isplus = _mm256_cmpeq_epi8(text, _mm256_set1_epi8('+'));
+            __m256i bytes = _mm256_blendv_epi8(text, space, isplus);
+            bytes = _mm256_blendv_epi8(bytes, _mm256_or_si256(high, low), isescape);
+            uint8_t packed[32 + 8];
+            vel_avx2_compress(packed, bytes, keep);
+            memcpy(dest + count, packed, kept);
+        }
+        count += kept;
+        taken += 32 + (escapes >> 31) * 2 + (escapes >> 30 & 1);
+    }
+    *countptr = count;
+    return taken;
+}
+
 static constexpr vel_textkernels vel_avx2_kernels = {
     "avx2",
     vel_avx2_usable,
@@ -189,6 +262,8 @@ static constexpr vel_textkernels vel_avx2_kernels = {
     vel_avx2_base64_decode,
     vel_avx2_hex_encode,
     vel_avx2_hex_decode,
+    vel_plain_percent_encode, /* a plain loop without branches does well */
+    vel_avx2_percent_decode,
 };
 
 #endif

@@ -5,16 +5,17 @@
 
 #include <immintrin.h>
 
-/* Kernels for AVX-512 with VBMI. A byte is looked up in a table of 64 or 128 by one instruction,
+/* Kernels for AVX-512 with VBMI and VBMI2. A byte is looked up in a table of 64 or 128 by one instruction,
  * and masks make a short step of any length, so that hardly anything is left to the plain loops.
  * The methods are those that W. Mula and D. Lemire describe in "Base64 encoding and decoding at
  * almost the speed of a memory copy". */
-#define VEL_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi")))
+#define VEL_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,bmi2")))
 
 static bool vel_avx512_usable()
 {
     return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi");
+           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi") &&
+           __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("bmi2");
 }
 
 /* 64 or 128 bytes of table, made from what stands at each index. */
@@ -214,6 +215,133 @@ VEL_AVX512 static size_t vel_avx512_hex_decode(uint8_t *dest, const uint8_t *sou
     return taken + good;
 }
 
+/* The mask of the lowest count bits, none and all included. */
+VEL_AVX512 static inline uint64_t vel_avx512_mask_any(size_t count)
+{
+    return _bzhi_u64(~UINT64_C(0), static_cast<unsigned>(count));
+}
+
+/* A table of 256. */
+struct vel_avx512_entries {
+    __m512i parts[4];
+};
+
+/* The bytes of text whose entry is 0. */
+VEL_AVX512 static inline uint64_t vel_avx512_escaped(const vel_avx512_entries &entries,
+                                                     __m512i text)
+{
+    __m512i low = _mm512_permutex2var_epi8(entries.parts[0], text, entries.parts[1]);
+    __m512i high = _mm512_permutex2var_epi8(entries.parts[2], text, entries.parts[3]);
+    __m512i found = _mm512_mask_blend_epi8(_mm512_movepi8_mask(text), low, high);
+    return _mm512_testn_epi8_mask(found, found);
+}
+
+VEL_AVX512 static size_t vel_avx512_percent_count(const vel_avx512_entries &entries,
+                                                  const uint8_t *source, size_t len)
+{
+    size_t escapes = 0;
+    for (size_t pos = 0; pos < len; pos += 64) {
+        const uint64_t mask = vel_avx512_mask_any(len - pos < 64 ? len - pos : 64);
+        __m512i text = _mm512_maskz_loadu_epi8(mask, source + pos);
+        escapes +=
+            static_cast<size_t>(__builtin_popcountll(vel_avx512_escaped(entries, text) & mask));
+    }
+    return len + 2 * escapes;
+}
+
+/* Three places for each of 21 bytes: itself or "%", and its two digits. */
+VEL_AVX512 static inline __m512i vel_avx512_percent_spread(__m512i bytes, uint64_t escapes)
+{
+    static constexpr auto thirds = vel_avx512_fill<64>([](size_t i) { return i / 3; });
+    static constexpr auto digits =
+        vel_avx512_fill<64>([](size_t i) { return "0123456789ABCDEF"[i % 16]; });
+    constexpr uint64_t firsts = 0x9249249249249249, seconds = firsts << 1;
+
+    __m512i each = _mm512_permutexvar_epi8(vel_avx512_load(thirds.bytes), bytes);
+    __m512i nibble = _mm512_set1_epi8(0x0f);
+    __m512i values = _mm512_and_si512(each, nibble);
+    values =
+        _mm512_mask_mov_epi8(values, seconds, _mm512_and_si512(_mm512_srli_epi16(each, 4), nibble));
+    __m512i text = _mm512_permutexvar_epi8(values, vel_avx512_load(digits.bytes));
+    text = _mm512_mask_mov_epi8(text, firsts, each);
+    return _mm512_mask_mov_epi8(text, escapes, _mm512_set1_epi8('%'));
+}
+
+/* A step takes 21 bytes, and drops the digits that are not wanted. */
+VEL_AVX512 static size_t vel_avx512_percent_encode(char *dest, size_t room, const uint8_t *source,
+                                                   size_t len, const uint8_t *entries,
+                                                   size_t *countptr)
+{
+    constexpr uint64_t firsts = 0x1249249249249249;
+    const vel_avx512_entries table = {{vel_avx512_load(entries), vel_avx512_load(entries + 64),
+                                       vel_avx512_load(entries + 128),
+                                       vel_avx512_load(entries + 192)}};
+    if (!dest) {
+        *countptr = vel_avx512_percent_count(table, source, len);
+        return len;
+    }
+    size_t taken = 0, count = 0;
+    while (taken < len) {
+        const size_t step = len - taken < 21 ? len - taken : 21;
+        const uint64_t mask = vel_avx512_mask(step);
+        __m512i bytes = _mm512_maskz_loadu_epi8(mask, source + taken);
+        const uint64_t escapes = _pdep_u64(vel_avx512_escaped(table, bytes) & mask, firsts);
+        const uint64_t keep = (firsts & vel_avx512_mask(step * 3)) | escapes << 1 | escapes << 2;
+        const auto kept = static_cast<size_t>(__builtin_popcountll(keep));
+        if (room - count < kept)
+            break;
+        __m512i text = vel_avx512_percent_spread(bytes, escapes);
+        _mm512_mask_storeu_epi8(dest + count, vel_avx512_mask(kept),
+                                _mm512_maskz_compress_epi8(keep, text));
+        count += kept;
+        taken += step;
+    }
+    *countptr = count;
+    return taken;
+}
+
+/* Each place is decoded as if an escape stood there; the "%" choose. Both digits of one may stand
+ * behind the step, which is that much longer then. Behind the text there are no digits. */
+VEL_AVX512 static size_t vel_avx512_percent_decode(uint8_t *dest, size_t room,
+                                                   const uint8_t *source, size_t len,
+                                                   size_t *countptr)
+{
+    size_t taken = 0, count = 0;
+    while (taken < len) {
+        const size_t rest = len - taken, step = rest < 64 ? rest : 64;
+        const uint8_t *from = source + taken;
+        __m512i text = _mm512_maskz_loadu_epi8(vel_avx512_mask(step), from), high, low;
+        __m512i second =
+            _mm512_maskz_loadu_epi8(vel_avx512_mask_any(rest < 65 ? rest - 1 : 64), from + 1);
+        __m512i third = _mm512_maskz_loadu_epi8(vel_avx512_mask_any(rest < 2    ? 0
+                                                                    : rest < 66 ? rest - 2
+                                                                                : 64),
+                                                from + 2);
+        const uint64_t bad = vel_avx512_lookup(&high, second, vel_avx512_hex_table) |
+                             vel_avx512_lookup(&low, third, vel_avx512_hex_table);
+        const uint64_t escapes = _mm512_cmpeq_epi8_mask(text, _mm512_set1_epi8('%'));
+        if (escapes & bad)
+            break;
+
+        const uint64_t keep = vel_avx512_mask(step) & ~(escapes << 1 | escapes << 2);
+        const auto kept = static_cast<size_t>(__builtin_popcountll(keep));
+        if (dest) {
+            if (room - count < kept)
+                break;
+            high = _mm512_slli_epi16(_mm512_and_si512(high, _mm512_set1_epi8(0x0f)), 4);
+            const uint64_t pluses = _mm512_cmpeq_epi8_mask(text, _mm512_set1_epi8('+'));
+            __m512i bytes = _mm512_mask_mov_epi8(text, pluses, _mm512_set1_epi8(' '));
+            bytes = _mm512_mask_mov_epi8(bytes, escapes, _mm512_or_si512(high, low));
+            _mm512_mask_storeu_epi8(dest + count, vel_avx512_mask(kept),
+                                    _mm512_maskz_compress_epi8(keep, bytes));
+        }
+        count += kept;
+        taken += step + (escapes >> 63) * 2 + (escapes >> 62 & 1);
+    }
+    *countptr = count;
+    return taken;
+}
+
 static constexpr vel_textkernels vel_avx512_kernels = {
     "avx512",
     vel_avx512_usable,
@@ -221,6 +349,8 @@ static constexpr vel_textkernels vel_avx512_kernels = {
     vel_avx512_base64_decode,
     vel_avx512_hex_encode,
     vel_avx512_hex_decode,
+    vel_avx512_percent_encode,
+    vel_avx512_percent_decode,
 };
 
 #endif

@@ -9,6 +9,7 @@
 
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
+#include "util/velurldecode_internal.h"
 
 #define VEL_MODULE "util/velurldecode"
 
@@ -45,13 +46,23 @@ static inline vel_error_t vel_urldecode_escape(const uint8_t *source, size_t lef
     return VEL_ERROR_NONE;
 }
 
-/* Decodes up to the end or a bad escape, and gives the length; it goes on without room. */
-static vel_error_t vel_urldecode_run(uint8_t *dest, size_t room, size_t *countptr,
-                                     const uint8_t *source, size_t len)
+/* Decodes up to the end or a bad escape, and gives the length; it goes on without room. The kernels
+ * take what they can, and once there is no room left they get another turn, to count. */
+static vel_error_t vel_urldecode_run(const vel_textkernels *kernels, uint8_t *dest, size_t room,
+                                     size_t *countptr, const uint8_t *source, size_t len)
 {
-    size_t taken = 0, count = 0;
+    const size_t most = vel_limit_max_size_t();
+    size_t count, taken = kernels->percent_decode(dest, room, source, len, &count);
+    bool counting = !dest;
     vel_error_t result = VEL_ERROR_NONE;
-    while (taken < len) {
+    while (taken < len && result == VEL_ERROR_NONE) {
+        if (count >= room && !counting) {
+            size_t more;
+            taken += kernels->percent_decode(nullptr, 0, source + taken, len - taken, &more);
+            count += more;
+            counting = true;
+            continue;
+        }
         uint8_t byte = source[taken];
         size_t step = 1;
         if (byte == '%') {
@@ -65,12 +76,26 @@ static vel_error_t vel_urldecode_run(uint8_t *dest, size_t room, size_t *countpt
         if (count < room)
             dest[count] = byte;
         taken += step;
-        if (++count == vel_limit_max_size_t()) {
+        if (++count == most)
             result = VEL_ERROR_INVALID_ARGUMENT;
-            break;
-        }
     }
     *countptr = count;
+    return result;
+}
+
+vel_error_t vel_urldecode_buffer_with(const vel_textkernels *kernels, char *dst, size_t *dstlenptr,
+                                      const char *src, size_t srclen)
+{
+    auto *dest = static_cast<uint8_t *>(static_cast<void *>(dst));
+    const auto *source = static_cast<const uint8_t *>(static_cast<const void *>(src));
+    const size_t room = *dstlenptr;
+    size_t count;
+    vel_error_t result = vel_urldecode_run(kernels, dest, room, &count, source, srclen);
+    if (count < room)
+        dest[count] = '\0';
+    else if (count > room)
+        result = VEL_ERROR_OUT_OF_RANGE;
+    *dstlenptr = count;
     return result;
 }
 
@@ -147,15 +172,5 @@ vel_error_t vel_urldecode_buffer(char *dst, size_t *dstlenptr, const char *src, 
     VEL_ASSERT(src != NULL);
     VEL_ASSERT(dst != NULL || *dstlenptr == 0);
 
-    auto *dest = static_cast<uint8_t *>(static_cast<void *>(dst));
-    const auto *source = static_cast<const uint8_t *>(static_cast<const void *>(src));
-    const size_t room = *dstlenptr;
-    size_t count;
-    vel_error_t result = vel_urldecode_run(dest, room, &count, source, srclen);
-    if (count < room)
-        dest[count] = '\0';
-    else if (count > room)
-        result = VEL_ERROR_OUT_OF_RANGE;
-    *dstlenptr = count;
-    return result;
+    return vel_urldecode_buffer_with(vel_textkernels_best(), dst, dstlenptr, src, srclen);
 }

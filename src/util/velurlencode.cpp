@@ -10,6 +10,7 @@
 
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
+#include "util/velurlencode_internal.h"
 
 #define VEL_MODULE "util/velurlencode"
 
@@ -76,8 +77,9 @@ static inline const char *vel_urlencode_text(const struct velurlencode *velurlen
 /* Encodes bytes from the front without a branch, 4 bytes of text at once of which 1 or 3 count.
  * What goes beyond is overwritten by the text of the 3 bytes that are left over. Returns how many
  * bytes it took. */
-static size_t vel_urlencode_fill(const struct velurlencode *velurlencode, char *dst, size_t room,
-                                 size_t *countptr, const uint8_t *source, size_t len)
+static size_t vel_urlencode_fill_plainly(const struct velurlencode *velurlencode, char *dst,
+                                         size_t room, size_t *countptr, const uint8_t *source,
+                                         size_t len)
 {
     size_t taken = 0, count = 0;
     while (len - taken > 3 && room - count >= 4) {
@@ -91,27 +93,46 @@ static size_t vel_urlencode_fill(const struct velurlencode *velurlencode, char *
 }
 
 /* The length of the text of bytes so few that it cannot overflow. */
-static size_t vel_urlencode_measure(const struct velurlencode *velurlencode, const uint8_t *source,
+static size_t vel_urlencode_measure(const vel_textkernels *kernels,
+                                    const struct velurlencode *velurlencode, const uint8_t *source,
                                     size_t len)
 {
-    size_t escapes = 0;
-    for (size_t i = 0; i < len; i++)
-        escapes += vel_urlencode_needs_encoding(velurlencode, source[i]);
-    return len + 2 * escapes;
+    size_t count;
+    const size_t taken =
+        kernels->percent_encode(nullptr, 0, source, len, velurlencode->entries.data(), &count);
+    for (size_t i = taken; i < len; i++)
+        count += vel_urlencode_needs_encoding(velurlencode, source[i]) ? 3 : 1;
+    return count;
+}
+
+/* Encodes bytes from the front, as many as there is room for, but for a few. Returns how many. */
+static size_t vel_urlencode_fill(const vel_textkernels *kernels,
+                                 const struct velurlencode *velurlencode, char *dst, size_t room,
+                                 size_t *countptr, const uint8_t *source, size_t len)
+{
+    size_t count, more;
+    size_t taken =
+        kernels->percent_encode(dst, room, source, len, velurlencode->entries.data(), &count);
+    taken += vel_urlencode_fill_plainly(velurlencode, dst + count, room - count, &more,
+                                        source + taken, len - taken);
+    *countptr = count + more;
+    return taken;
 }
 
 /* Encodes all, and gives the length; it goes on without room. */
-static vel_error_t vel_urlencode_run(const struct velurlencode *velurlencode, char *dst,
+static vel_error_t vel_urlencode_run(const vel_textkernels *kernels,
+                                     const struct velurlencode *velurlencode, char *dst,
                                      size_t room, size_t *countptr, const uint8_t *source,
                                      size_t len)
 {
     const size_t most = vel_limit_max_size_t();
-    size_t count;
-    size_t taken = vel_urlencode_fill(velurlencode, dst, room, &count, source, len);
+    size_t taken = 0, count = 0;
     vel_error_t result = VEL_ERROR_NONE;
+    if (room > 0)
+        taken = vel_urlencode_fill(kernels, velurlencode, dst, room, &count, source, len);
     for (; taken < len; taken++) {
         if (count >= room && len - taken <= (most - count) / 3) {
-            count += vel_urlencode_measure(velurlencode, source + taken, len - taken);
+            count += vel_urlencode_measure(kernels, velurlencode, source + taken, len - taken);
             break;
         }
         size_t textlen;
@@ -125,6 +146,22 @@ static vel_error_t vel_urlencode_run(const struct velurlencode *velurlencode, ch
         count += textlen;
     }
     *countptr = count;
+    return result;
+}
+
+vel_error_t vel_urlencode_buffer_with(const vel_textkernels *kernels, velurlencode *velurlencode,
+                                      char *dst, size_t *dstlenptr, const char *src, size_t srclen)
+{
+    const auto *source = static_cast<const uint8_t *>(static_cast<const void *>(src));
+    const size_t room = *dstlenptr;
+    size_t count;
+    vel_error_t result =
+        vel_urlencode_run(kernels, velurlencode, dst, room, &count, source, srclen);
+    if (count < room)
+        dst[count] = '\0';
+    else if (count > room)
+        result = VEL_ERROR_OUT_OF_RANGE;
+    *dstlenptr = count;
     return result;
 }
 
@@ -240,14 +277,6 @@ vel_error_t vel_urlencode_buffer(velurlencode *velurlencode, char *dst, size_t *
     VEL_ASSERT(src != NULL);
     VEL_ASSERT(dst != NULL || *dstlenptr == 0);
 
-    const auto *source = static_cast<const uint8_t *>(static_cast<const void *>(src));
-    const size_t room = *dstlenptr;
-    size_t count;
-    vel_error_t result = vel_urlencode_run(velurlencode, dst, room, &count, source, srclen);
-    if (count < room)
-        dst[count] = '\0';
-    else if (count > room)
-        result = VEL_ERROR_OUT_OF_RANGE;
-    *dstlenptr = count;
-    return result;
+    return vel_urlencode_buffer_with(vel_textkernels_best(), velurlencode, dst, dstlenptr, src,
+                                     srclen);
 }
