@@ -130,6 +130,10 @@
 #include <vellib/velsha256.h>
 #include <vellib/veluuid.h>
 
+/* Paths and INI files */
+#include <vellib/velinifile.h>
+#include <vellib/velpath.h>
+
 /* Program support */
 #include <vellib/velformat.h>
 #include <vellib/velgethostname.h>
