@@ -84,4 +84,4 @@ TEST_P(VellocalizationThread, LookupsOnlyRead)
     read_in_threads(2 * GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(Tables, VellocalizationThread, testing::Range(1, 40));
+INSTANTIATE_TEST_SUITE_P(Tables, VellocalizationThread, testing::Range(1, 40, 3));
