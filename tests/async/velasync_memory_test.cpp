@@ -2,6 +2,7 @@
 
 #include "support/epollcalls.h"
 
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
@@ -13,6 +14,18 @@
 #include "support/asynctest.h"
 #include "support/eachfailure.h"
 #include "support/oom.h"
+
+/* The errno of the event counters that the platform does not give, or 0. */
+static int failcounter;
+
+int eventfd(unsigned int count, int flags) noexcept
+{
+    static const auto next = support::platform_function<int(unsigned int, int)>("eventfd");
+    if (failcounter == 0)
+        return next(count, flags);
+    errno = failcounter;
+    return -1;
+}
 
 namespace {
 
@@ -138,6 +151,52 @@ TEST_F(VelasyncMemory, ManyDescriptors)
     for (int s = kFirst; s < kFirst + kCount; s++)
         EXPECT_EQ(vel_async_unregister_socket_read(async, s), VEL_ERROR_GENERIC);
     EXPECT_EQ(vel_async_process(async), VEL_ERROR_NONE);
+    vel_async_destroy(async);
+}
+
+/* What is always ready has an entry of its own, and something that stands for all such entries. Its
+ * item stays without them, and a second try may be better. */
+TEST_F(VelasyncMemory, RegularFile)
+{
+    velasync *async = vel_async_create();
+    FILE *file = tmpfile();
+    ASSERT_NE(file, nullptr);
+    const auto watch = [&] {
+        return vel_async_register_socket_read(async, fileno(file), ready, nullptr) ==
+               VEL_ERROR_NONE;
+    };
+    const auto refused = [](int platformerrno) {
+        return log_lines{
+            async_line("socket", 1, "kevent() returned -1"),
+            async_line("socket", 6,
+                       "kevent() EVFILT_READ failed, errno " + std::to_string(platformerrno))};
+    };
+    failcounter = EMFILE;
+    EXPECT_FALSE(watch());
+    failcounter = 0;
+    EXPECT_EQ(log_.take_from("async/"), refused(EMFILE));
+    EXPECT_EQ(vel_async_process(async), VEL_ERROR_INCOMPLETE);
+    EXPECT_EQ(vel_async_unregister_socket_read(async, fileno(file)), VEL_ERROR_GENERIC);
+    const std::vector<log_lines> expected = {
+        {async_line("socket", 7, "unable to create socket item")},
+        refused(ENOMEM),
+    };
+    log_.clear();
+    std::vector<log_lines> failures;
+    for (size_t number = 1; number <= 2; number++) {
+        bool good;
+        {
+            const support::malloc_watch fails(number);
+            good = watch();
+        }
+        EXPECT_FALSE(good);
+        failures.push_back(log_.take_from("async/"));
+    }
+    EXPECT_EQ(failures, expected);
+    EXPECT_TRUE(watch());
+    EXPECT_EQ(vel_async_unregister_socket_read(async, fileno(file)), VEL_ERROR_NONE);
+    EXPECT_EQ(vel_async_process(async), VEL_ERROR_NONE);
+    fclose(file);
     vel_async_destroy(async);
 }
 
