@@ -5,7 +5,6 @@
 
 #include <vellib/velmalloc.h>
 #include <vellib/velpunycode.h>
-#include <vellib/velstrdupf.h>
 #include <vellib/velstrndup.h>
 
 #include "util/vellog_macros.h"
@@ -95,7 +94,12 @@ static vel_error_t vel_url_encode_label(const char *label, char **result)
     const vel_error_t error = vel_punycode_encode(label, &punycode);
     if (error != VEL_ERROR_NONE)
         return error;
-    *result = vel_strdupf("%s%s", vel_url_ace_prefix, punycode);
+    const size_t size = strlen(punycode) + 1;
+    *result = static_cast<char *>(vel_malloc(vel_url_ace_prefix_len + size));
+    if (*result) {
+        memcpy(*result, vel_url_ace_prefix, vel_url_ace_prefix_len);
+        memcpy(*result + vel_url_ace_prefix_len, punycode, size);
+    }
     vel_free(punycode);
     return *result ? VEL_ERROR_NONE : VEL_ERROR_NO_MEMORY;
 }
