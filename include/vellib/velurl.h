@@ -87,13 +87,16 @@ VEL_API vel_error_t vel_url_idna_host_to_ascii(const char *host, char **result);
 /* Converts the labels that begin with "xn--", in lower case, and leaves the others as they are. */
 VEL_API vel_error_t vel_url_idna_host_to_unicode(const char *host, char **result);
 
-/* Convert the host in a URL. A URL without one gives 222, a code without text, and is logged.
+/* Converts the host in a URL to ASCII. A URL without one gives 222, a code without text, and is
+ * logged.
  *
  * result  is left as it was on failure, unless url is NULL.
  *
  * Note: the host is looked for as text. Where it stands in the scheme or the user name as well, it
  * is converted there and nowhere else. */
 VEL_API vel_error_t vel_url_idna_url_to_ascii(const char *url, char **result);
+
+/* Converts the host in a URL to Unicode, in all else as vel_url_idna_url_to_ascii does. */
 VEL_API vel_error_t vel_url_idna_url_to_unicode(const char *url, char **result);
 
 VEL_DECLARATIONS_END
