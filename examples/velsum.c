@@ -751,11 +751,11 @@ static int take_operand(struct sum *sum, const char *name)
 
 static int run(struct sum *sum, int argc, char **argv)
 {
-    int optind = vel_getopt_optind(sum->velgetopt), operands = 0, memory = 1;
+    int first = vel_getopt_optind(sum->velgetopt), operands = 0, memory = 1;
 
     /* A "-" among the options is passed over by the parser, and is a value of none of them. */
     for (int i = 1; i < argc && memory; i++) {
-        if (i >= optind || strcmp(argv[i], "-") == 0) {
+        if (i >= first || strcmp(argv[i], "-") == 0) {
             memory = take_operand(sum, argv[i]);
             operands++;
         }
