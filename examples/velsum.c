@@ -27,7 +27,6 @@
 enum {
     DIGEST_SIZE = 32,        /* bytes of the longest digest */
     PIECE_SIZE = 256 * 1024, /* bytes read at a time */
-    WAIT_MS = 100,           /* for each wait for a pipe or terminal, so that the end is noticed */
     BAR_MS = 100,            /* from one bar to the next */
     MOST_THREADS = 1024,
     UNSET = INT_MIN, /* threads: one for each processor */
@@ -85,15 +84,27 @@ struct worker {
     unsigned char piece[PIECE_SIZE];
 };
 
-static volatile sig_atomic_t stopsignal; /* the signal that asked the program to end, or 0 */
+/* A pipe: whoever waits for a file waits for this too, and no signal is lost, whichever thread it
+ * hits and when. It is read at the end, so that all see it. */
+static int stoppipe[2];
 
-/* Only stores the signal, as nothing else is safe here. The workers look at it after each piece;
- * from the second signal on the platform's default action is back. */
+/* Tells the signal to the pipe, as little else is safe here. From the second signal on the
+ * platform's default action is back. */
 static void on_signal(int velsignal, void *context)
 {
+    int olderrno = errno;
+    unsigned char byte = (unsigned char)velsignal;
     (void)context;
-    stopsignal = velsignal;
-    signal(velsignal, SIG_DFL);
+    if (write(stoppipe[1], &byte, 1) == 1)
+        signal(velsignal, SIG_DFL);
+    errno = olderrno;
+}
+
+/* Whether a signal has asked the program to end. */
+static int is_stopping(void)
+{
+    struct pollfd poller = {.fd = stoppipe[0], .events = POLLIN};
+    return poll(&poller, 1, 0) > 0;
 }
 
 /* ---- messages and the progress bar ----------------------------------------------------------- */
@@ -241,20 +252,27 @@ static int open_file(const char *name)
     return open(name, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
 }
 
-/* Reads a piece, as soon as there is one. Returns its size, 0 at the end, or -1 with errno set. */
+/* Reads a piece, as soon as there is one. Returns its size, 0 at the end, or -1 with errno set, which
+ * is EINTR if the program is to end. */
 static ssize_t read_piece(int file, void *piece, size_t size)
 {
-    struct pollfd poller = {.fd = file, .events = POLLIN};
-    while (!stopsignal) {
-        int ready = poll(&poller, 1, WAIT_MS); /* a regular file always is */
-        if (ready == 0 || (ready < 0 && errno == EINTR))
-            continue;
+    struct pollfd pollers[] = {
+        {.fd = stoppipe[0], .events = POLLIN},
+        {.fd = file, .events = POLLIN}}; /* a regular file is ready at once */
+    for (;;) {
+        if (poll(pollers, 2, -1) < 0) {
+            if (errno != EINTR)
+                return -1;
+            continue; /* a signal, which the pipe tells */
+        }
+        if (pollers[0].revents) {
+            errno = EINTR;
+            return -1;
+        }
         ssize_t count = read(file, piece, size);
         if (count >= 0 || (errno != EINTR && errno != EAGAIN))
             return count;
     }
-    errno = EINTR;
-    return -1;
 }
 
 static int hash_file(struct sum *sum, struct worker *worker, int file, unsigned char *digest)
@@ -288,7 +306,7 @@ static void work(void *global, void *threadctx, void *request)
     struct sum *sum = global;
     struct job *job = request;
 
-    if (stopsignal) {
+    if (is_stopping()) {
         job->error = EINTR;
     } else if (strcmp(job->name, "-") == 0) {
         job->error = hash_file(sum, threadctx, job->isspent ? -1 : STDIN_FILENO, job->digest);
@@ -358,7 +376,7 @@ static void show_results(struct sum *sum)
 {
     vel_mutex_lock(sum->screen);
     size_t shown = sum->shown;
-    for (; !stopsignal && sum->shown < sum->count && sum->jobs[sum->shown].isdone; sum->shown++)
+    for (; !is_stopping() && sum->shown < sum->count && sum->jobs[sum->shown].isdone; sum->shown++)
         show_result(sum, &sum->jobs[sum->shown]);
     if (sum->hasbar && sum->shown > shown)
         fflush(stdout); /* or the bar comes in between */
@@ -646,13 +664,13 @@ static void check_list(struct sum *sum, const char *name)
     sum->badlines = sum->unreadable = sum->mismatched = 0;
     if (!error && !add_lines(sum, text, length, isinput))
         error = ENOMEM;
-    if (error && !stopsignal)
+    if (error && !is_stopping())
         complain(sum, shown, strerror(error));
     else if (!error && sum->count == 0)
         complain(sum, shown, "no properly formatted checksum lines found");
     if (!error && sum->count > 0)
         run_jobs(sum);
-    if (!error && sum->count > 0 && !stopsignal)
+    if (!error && sum->count > 0 && !is_stopping())
         warn_of_list(sum);
     free_jobs(sum);
     vel_free(text);
@@ -744,7 +762,7 @@ static int take_operand(struct sum *sum, const char *name)
 {
     if (!sum->checks)
         return add_job(sum, name, NULL);
-    if (!stopsignal)
+    if (!is_stopping())
         check_list(sum, name);
     return 1;
 }
@@ -752,6 +770,7 @@ static int take_operand(struct sum *sum, const char *name)
 static int run(struct sum *sum, int argc, char **argv)
 {
     int first = vel_getopt_optind(sum->velgetopt), operands = 0, memory = 1;
+    unsigned char stopsignal;
 
     /* A "-" among the options is passed over by the parser, and is a value of none of them. */
     for (int i = 1; i < argc && memory; i++) {
@@ -767,7 +786,7 @@ static int run(struct sum *sum, int argc, char **argv)
     else if (!sum->checks)
         run_jobs(sum);
     free_jobs(sum);
-    if (stopsignal) {
+    if (is_stopping() && read(stoppipe[0], &stopsignal, 1) == 1) {
         complain(sum, NULL, "interrupted");
         return FAILED_SIGNAL + stopsignal;
     }
@@ -780,6 +799,10 @@ int main(int argc, char **argv)
     int code = FAILED;
 
     vel_log_stderr_disable(NULL); /* messages are our own */
+    if (pipe(stoppipe) != 0) {
+        perror("velsum");
+        return FAILED;
+    }
     vel_signal_register_sigint(on_signal, NULL);
     vel_signal_register_sigterm(on_signal, NULL);
     sum.hasbar = isatty(STDERR_FILENO);
