@@ -22,6 +22,10 @@ using lines = std::vector<support::log_line>;
 
 /* The removal of trees that are deep. */
 template <typename Family> class VeldirRemoveDepth : public support::remove_test<Family> {
+  protected:
+    VeldirRemoveDepth() : support::remove_test<Family>(support::memory_files())
+    {
+    }
 };
 TYPED_TEST_SUITE(VeldirRemoveDepth, support::path_families, support::path_family_name);
 
@@ -103,7 +107,7 @@ TYPED_TEST(VeldirRemoveDepth, FileThatStaysFarBelow)
 }
 
 /* A chain with more beside it in the upper levels: files and links. */
-template <typename Family> class VeldirRemoveDeep : public support::remove_test<Family> {
+template <typename Family> class VeldirRemoveDeep : public VeldirRemoveDepth<Family> {
   protected:
     static constexpr size_t kLevels = 80, kUpper = 20;
 

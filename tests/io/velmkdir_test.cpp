@@ -27,6 +27,10 @@ using texts = std::vector<std::string>;
 
 template <typename Family> class Velmkdir : public support::path_test<Family> {
   protected:
+    Velmkdir() : support::path_test<Family>(support::memory_files())
+    {
+    }
+
     static support::log_line line(int level, const std::string &text)
     {
         return support::path_test<Family>::line("mkdir", level, text);

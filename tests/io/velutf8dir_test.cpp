@@ -27,6 +27,10 @@ using texts = std::vector<std::string>;
 /* What a UTF-8 handle does with names; all else is in veldir_test. */
 class Velutf8dir : public support::path_test<support::utf8_paths> {
   protected:
+    Velutf8dir() : path_test(support::memory_files())
+    {
+    }
+
     struct destroy {
         void operator()(velutf8dir *dir) const
         {

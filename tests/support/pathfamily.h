@@ -125,6 +125,9 @@ template <typename Family> std::string family_name(const char *rest)
  * test that causes it. */
 template <typename Family> class path_test : public testing::Test {
   protected:
+    explicit path_test(const std::string &parent = "/tmp") : temporary(parent)
+    {
+    }
     void TearDown() override
     {
         EXPECT_EQ(log.take(), (std::vector<log_line>{}));

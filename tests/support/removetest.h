@@ -18,6 +18,8 @@ namespace support {
 
 template <typename Family> class remove_test : public path_test<Family> {
   protected:
+    using path_test<Family>::path_test;
+
     static log_line line(int level, const std::string &text)
     {
         return path_test<Family>::line("dir", level, text);

@@ -5,18 +5,18 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <unistd.h>
 
 namespace support {
 
 /* An empty directory that is the working directory while this lives, and is removed afterwards. */
 class temporary_directory {
   public:
-    temporary_directory() : before_(std::filesystem::current_path())
+    explicit temporary_directory(const std::string &parent = "/tmp")
+        : before_(std::filesystem::current_path()), path_(parent + "/velXXXXXX")
     {
-        char name[] = "/tmp/velXXXXXX";
-        if (!mkdtemp(name))
+        if (!mkdtemp(path_.data()))
             abort();
-        path_ = name;
         std::filesystem::current_path(path_);
     }
     ~temporary_directory()
@@ -29,8 +29,15 @@ class temporary_directory {
 
   private:
     std::filesystem::path before_;
-    std::filesystem::path path_;
+    std::string path_;
 };
+
+/* Where files are kept in memory, for tests that make so many that a busy machine takes minutes to
+ * write them to a disk. */
+inline std::string memory_files()
+{
+    return access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+}
 
 inline std::string read_file(const std::string &name)
 {
