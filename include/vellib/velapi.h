@@ -10,6 +10,7 @@
  * arguments is 0 where a va_list is taken. */
 #define VEL_PRINTF(fmt, arguments) __attribute__((format(printf, fmt, arguments)))
 
+/* Stand around the declarations of a header, which have the linkage of C in C++ too. */
 #ifdef __cplusplus
 #define VEL_DECLARATIONS_BEGIN extern "C" {
 #define VEL_DECLARATIONS_END   }

@@ -5,7 +5,8 @@
 
 #include <vellib/velapi.h>
 
-/* velasprintf: formatting into a new string that is an output. */
+/* velasprintf: formatting into a new string that is an output.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

@@ -4,9 +4,9 @@
 #include <vellib/velapi.h>
 #include <vellib/vellist.h>
 
-/* velasyncop: the handle of an operation that is pending in an event loop. It begins with the two
- * links of a vel_list item, and stands in one list at a time. The functions here are what the loop
- * is made of; a host needs them only for operations of its own.
+/* velasync_handle: velasyncop, the handle of an operation that is pending in an event loop. It
+ * begins with the two links of a vel_list item, and stands in one list at a time. The functions
+ * here are what the loop is made of; a host needs them only for operations of its own.
  * Threads: one at a time. */
 typedef struct velasyncop velasyncop;
 

@@ -5,8 +5,8 @@
 #include <vellib/velasync_handle.h>
 #include <vellib/velerror.h>
 
-/* velasyncoperations: the pending operations of an event loop, and those to be cancelled. A part of
- * velasync, which a host need not use.
+/* velasync_operations: the pending operations of an event loop, and those to be cancelled. A part
+ * of velasync, which a host need not use.
  * Threads: one at a time. */
 typedef struct velasyncoperations velasyncoperations;
 

@@ -7,11 +7,11 @@
 /* The event loop of velasync.h. */
 typedef struct velasync velasync;
 
-/* velasyncsocket: which functions an event loop calls for which descriptors. A part of velasync,
+/* velasync_socket: which functions an event loop calls for which descriptors. A part of velasync,
  * which a host need not use: the functions of velasync.h are these with two arguments less.
  *
- * velasync     the loop; eventhandle is its native handle.
- * s            a descriptor, not negative.
+ * Everywhere velasync is the loop, eventhandle its native handle, and s a descriptor that is not
+ * negative.
  *
  * Threads: one at a time. */
 typedef struct velasyncsocket velasyncsocket;

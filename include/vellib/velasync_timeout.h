@@ -6,7 +6,7 @@
 #include <vellib/velasync_operations.h>
 #include <vellib/velerror.h>
 
-/* velasynctimeout: timeouts in the order of their deadlines, on a monotonic clock of their own. Those
+/* velasync_timeout: timeouts in the order of their deadlines, on a monotonic clock of their own. Those
  * with equal deadlines stand in the order in which they were added. A part of velasync, which a host
  * need not use.
  * Threads: one at a time. */

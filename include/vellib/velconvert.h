@@ -14,6 +14,7 @@ VEL_DECLARATIONS_BEGIN
 /* Stores a size in an int.
  *
  * dest  receives the value; its lowest bits where it does not fit.
+ * src   the size.
  *
  * Returns 0, or -1 if it does not fit. */
 VEL_API int vel_convert_int_from_size_t(int *dest, size_t src);

@@ -3,6 +3,8 @@
 
 #include <vellib/velapi.h>
 
+/* veldeletefile: removal of a name of a file. */
+
 VEL_DECLARATIONS_BEGIN
 
 /* Removes a name from its directory, as unlink does; a symbolic link itself, not its target.

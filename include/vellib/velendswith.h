@@ -3,7 +3,8 @@
 
 #include <vellib/velapi.h>
 
-/* velendswith: the end of a string. */
+/* velendswith: the end of a string.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

@@ -11,6 +11,7 @@
 /* A result code: VEL_ERROR_NONE, or one of the codes below. */
 typedef int vel_error_t;
 
+/* The result codes. */
 enum {
     VEL_ERROR_NONE = 0,                      /* success */
     VEL_ERROR_PERMISSION = 1,                /* operation not permitted */

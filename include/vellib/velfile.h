@@ -78,7 +78,9 @@ VEL_API size_t vel_file_write(FILE *file, const void *buffer, size_t count);
 
 /* Reads up to and with the next line feed, as fgets does.
  *
- * size  of the buffer in bytes; the text with its NUL fits in it.
+ * buffer  receives the text with a NUL.
+ * size    its room in bytes.
+ * stream  where to read.
  *
  * Returns the buffer, or NULL at the end of the file or on a failure. */
 VEL_API char *vel_file_fgets(char *buffer, int size, FILE *stream);
@@ -141,8 +143,9 @@ VEL_API int vel_file_exists(const char *name);
 
 /* Saves data as the whole content of a file, which is created or emptied first.
  *
- * data     may be NULL if datalen is 0.
- * datalen  in bytes.
+ * filename  of the file.
+ * data      may be NULL if datalen is 0.
+ * datalen   in bytes.
  *
  * Returns 0, or -1 with errno set.
  * Note: a save that fails, or is cut short by a crash, leaves what it has written so far. */
@@ -150,9 +153,10 @@ VEL_API int vel_file_data_save(const char *filename, const void *data, size_t da
 
 /* Loads a whole file.
  *
- * dataptr  receives the content in a new block, for vel_free, with a NUL behind it that is not
- *          counted.
- * datalen  receives its length in bytes. May be NULL.
+ * filename  of the file.
+ * dataptr   receives the content in a new block, for vel_free, with a NUL behind it that is not
+ *           counted.
+ * datalen   receives its length in bytes. May be NULL.
  *
  * Returns 0, or -1 with NULL and 0 written: the file cannot be opened, is no file whose position
  * can be moved, or cannot be read to its end, or there is not enough memory. */
@@ -165,8 +169,9 @@ VEL_API int vel_file_data_load(const char *filename, void **dataptr, size_t *dat
  * The data is written to the name with ".tmp" at its end; then the file is renamed to the name
  * with ".bak" at its end, in place of the version before it, and the new one renamed to the name.
  *
- * data     may be NULL if datalen is 0.
- * datalen  in bytes.
+ * filename  of the file.
+ * data      may be NULL if datalen is 0.
+ * datalen   in bytes.
  *
  * Returns 0, or -1; errno is set, but not for certain for want of memory for a name. Logged are
  * that want of memory, what fails after the data was written, and a temporary file that cannot be
@@ -179,8 +184,9 @@ VEL_API int vel_file_data_save_with_backup(const char *filename, const void *dat
 
 /* Loads a whole file, or if it cannot be opened the one with ".bak" at the end of its name.
  *
- * dataptr  receives the content, as from vel_file_data_load.
- * datalen  receives its length in bytes. May be NULL.
+ * filename  of the file.
+ * dataptr   receives the content, as from vel_file_data_load.
+ * datalen   receives its length in bytes. May be NULL.
  *
  * Returns 0, or -1 with NULL and 0 written; only a lack of memory for the name is logged.
  * Note: a file that opens but cannot be read to its end gives -1; the backup is not tried. */

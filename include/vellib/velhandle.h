@@ -58,12 +58,16 @@ typedef size_t vel_handle_write_cb(velhandle *velhandle, const void *buf, size_t
  * Returns VEL_ERROR_NONE, VEL_ERROR_TIMED_OUT when the time is up, or a failure. */
 typedef vel_error_t vel_handle_poll_write_cb(velhandle *velhandle);
 
-/* Delivers the local port. */
+/* Delivers the local port.
+ *
+ * Returns VEL_ERROR_NONE or a failure. */
 typedef vel_error_t vel_handle_local_port_cb(velhandle *velhandle, unsigned int *portptr);
 
 /* Delivers the address of the peer.
  *
- * salenptr  holds the room at sockaddr in bytes, and receives the length of the address. */
+ * salenptr  holds the room at sockaddr in bytes, and receives the length of the address.
+ *
+ * Returns VEL_ERROR_NONE or a failure. */
 typedef vel_error_t vel_handle_peer_name_cb(velhandle *velhandle, struct sockaddr *sockaddr,
                                             size_t *salenptr);
 
@@ -160,6 +164,7 @@ VEL_API void vel_handle_get_read_timeout(velhandle *velhandle, int *secondsptr,
 
 /* Connects, and waits until that is done.
  *
+ * name  the host, as the transport understands it.
  * port  1 to 65535.
  *
  * Returns VEL_ERROR_NONE or the transport's failure. Without a way to wait for a connect that is
@@ -168,6 +173,7 @@ VEL_API vel_error_t vel_handle_connect(velhandle *velhandle, const char *name, u
 
 /* Begins to connect.
  *
+ * name  the host, as the transport understands it.
  * port  1 to 65535.
  *
  * Returns VEL_ERROR_NONE, VEL_ERROR_IN_PROGRESS if vel_handle_connect_wait must follow, or the
@@ -183,6 +189,7 @@ VEL_API vel_error_t vel_handle_connect_wait(velhandle *velhandle);
 /* Reads what there is, at most count bytes: first what vel_handle_read_line has read ahead, then
  * one read of the transport. It does not go on until count is reached.
  *
+ * buf    receives them.
  * count  more than 0.
  *
  * Returns the number of bytes, with no error left in the handle, or 0 with the reason there.
@@ -191,6 +198,7 @@ VEL_API size_t vel_handle_read(velhandle *velhandle, void *buf, size_t count);
 
 /* Writes count bytes, waiting as often as the transport would block.
  *
+ * buf    the bytes.
  * count  more than 0.
  *
  * Returns the number of bytes written; if that is less than count, the reason is left in the

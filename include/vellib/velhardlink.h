@@ -4,6 +4,8 @@
 #include <vellib/velapi.h>
 #include <vellib/velerror.h>
 
+/* velhardlink: further names of files. */
+
 VEL_DECLARATIONS_BEGIN
 
 /* Gives a file a further name, as link does.

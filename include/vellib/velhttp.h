@@ -30,7 +30,9 @@ typedef struct velhttprequest velhttprequest;
 /* velhttpdeprecated: settings of a request that only older programs use. */
 typedef struct velhttpdeprecated velhttpdeprecated;
 
-/* Creates a context that performs its requests by one backend. */
+/* Creates a context that performs its requests by one backend.
+ *
+ * Returns it, or NULL if there is not enough memory. */
 typedef velhttp *vel_http_create_cb(void);
 
 /* Chooses the proxy of one pass by a call of vel_http_set_proxy or vel_http_set_proxy_with_auth,
@@ -44,12 +46,13 @@ typedef vel_error_t vel_http_proxy_cb(velhttp *velhttp, const char *scheme, cons
 
 /* Takes a piece of the response body as it comes in.
  *
+ * data  the piece, valid during the call.
  * size  its length in bytes, above 0.
  *
  * Returns VEL_ERROR_NONE, or a code that ends the transfer and becomes its result. */
 typedef vel_error_t vel_http_body_cb(const void *data, size_t size, void *context);
 
-/* Is told how far a transfer got; called about once a second, and at its beginning and end.
+/* Learns how far a transfer got; called about once a second, and at its beginning and end.
  *
  * current  bytes so far.
  * total    bytes in all, or -1 if unknown.
@@ -57,8 +60,7 @@ typedef vel_error_t vel_http_body_cb(const void *data, size_t size, void *contex
  * Returns 0, or any other number to abort the transfer. */
 typedef int vel_http_progress_cb(int64_t current, int64_t total, void *context);
 
-/* Is told that an asynchronous transfer has ended. The response can be read within the call only.
- */
+/* Learns that an asynchronous transfer has ended. The response can be read within the call only. */
 typedef void vel_http_completion_cb(velhttp *velhttp, vel_error_t result, void *context);
 
 /* Releases what a backend keeps. context is that of vel_http_set_context. */
@@ -158,6 +160,8 @@ VEL_API vel_error_t vel_http_set_proxy(velhttp *velhttp, const char *hostname, u
 
 /* Sets the proxy and the user to name when it asks for authentication.
  *
+ * hostname  is copied. NULL for no proxy.
+ * port      1 to 65535.
  * user      is copied. Empty for none.
  * password  is copied. NULL means empty.
  *
@@ -270,6 +274,7 @@ VEL_API const char *vel_http_get_response_header(velhttp *velhttp, const char *n
 /* Looks up a header of the response and reads it as a decimal number. What follows the digits is
  * not looked at, and no digit at all gives 0.
  *
+ * name      of the header, in any case.
  * valueptr  receives the number, or -1 on failure.
  *
  * Returns VEL_ERROR_NONE; VEL_ERROR_NOT_FOUND for an unknown header; VEL_ERROR_OUT_OF_RANGE for a
@@ -295,6 +300,7 @@ VEL_API velhttpdeprecated *vel_http_get_deprecated(velhttp *velhttp);
 
 /* Fetches a URL into an open stream.
  *
+ * url                    as for vel_http_set_url.
  * file                   stays the caller's and open.
  * seconds, microseconds  the limit of the whole transfer, as for vel_http_set_timeout.
  * createfunc             the constructor of a backend, such as vel_http_lite_create.
@@ -401,7 +407,8 @@ VEL_API void vel_http_set_status_code(velhttp *velhttp, unsigned int code);
 
 /* Takes a header of the response.
  *
- * value  NULL if the line had no colon. See vel_httpheaders_add on what becomes of it.
+ * name   is copied.
+ * value  is copied. NULL if the line had no colon. See vel_httpheaders_add on what becomes of it.
  *
  * Returns VEL_ERROR_NONE; VEL_ERROR_NO_MEMORY; VEL_ERROR_INVALID_ARGUMENT without an active
  * request. A failure is logged. */
@@ -411,6 +418,7 @@ VEL_API vel_error_t vel_http_write_response_header(velhttp *velhttp, const char 
 /* Takes a piece of the response body. With the status 301, 302, 401 or 407 it is counted and
  * dropped.
  *
+ * data  the piece.
  * size  its length in bytes, above 0.
  *
  * Returns VEL_ERROR_NONE; what the response body callback says; VEL_ERROR_NO_MEMORY;

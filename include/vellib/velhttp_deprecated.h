@@ -5,19 +5,21 @@
 #include <vellib/velerror.h>
 #include <vellib/velhttp.h>
 
-/* velhttp_deprecated: what only older programs use. New ones parse URLs with velurl. */
+/* velhttp_deprecated: what only older programs use. New ones parse URLs with velurl.
+ * Threads: as velhttp has it for the switch; a URL is taken apart in any. */
 
 VEL_DECLARATIONS_BEGIN
 
 /* Takes a URL apart in one call. A user name and a password are dropped.
  *
+ * url          of the form scheme://host, with a port, a path and a query if it has them.
  * schemeptr    receives the text before the first ":".
  * hostnameptr  receives the host. An IPv6 address keeps its brackets.
  * portptr      receives the port: that of the URL, or else that of the scheme, or 0. On failure it
  *              receives the port as far as it was known.
  * queryptr     receives all from the "/" behind the host, or "/".
  *
- * Each of the four may be NULL. The strings are for vel_free.
+ * Each of the four outputs may be NULL. The strings are for vel_free.
  *
  * Returns VEL_ERROR_NONE, VEL_ERROR_INVALID_ARGUMENT for a text that is no such URL, or
  * VEL_ERROR_NO_MEMORY. Failures are logged.

@@ -7,7 +7,8 @@
 /* velhttp_lite: a small blocking backend of velhttp that speaks HTTP/1.0 (RFC 1945) over TCP,
  * directly or through an HTTP proxy, with one connection for each request. It knows URLs of the
  * scheme "http" only, no TLS, no chunked transfer coding and no asynchronous transfers, and it adds
- * no header of its own but Host and, where a body is or could be expected, Content-Length. */
+ * no header of its own but Host and, where a body is or could be expected, Content-Length.
+ * Threads: as velhttp has it. */
 
 VEL_DECLARATIONS_BEGIN
 

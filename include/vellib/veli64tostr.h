@@ -5,7 +5,8 @@
 
 #include <vellib/velapi.h>
 
-/* veli64tostr: the decimal text of a number. */
+/* veli64tostr: the decimal text of a number.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

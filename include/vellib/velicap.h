@@ -136,6 +136,7 @@ VEL_API vel_error_t vel_icap_set_request_body(velicap *velicap, const void *data
 /* Sets the body of the HTTP response, in the way of vel_icap_set_request_body; the headers of the
  * response decide how it is sent.
  *
+ * data  is copied.
  * size  in bytes, above 0. */
 VEL_API vel_error_t vel_icap_set_response_body(velicap *velicap, const void *data, size_t size);
 

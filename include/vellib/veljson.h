@@ -178,6 +178,7 @@ VEL_API void *vel_json_enumerate_start(veljson *veljson, veljsonnode *objectnode
 /* Gives the member after another one.
  *
  * veljsonenumhandle  the handle that was given last.
+ * keyptr, nodeptr    as for vel_json_enumerate_start.
  *
  * Returns a handle, or NULL, as vel_json_enumerate_start. */
 VEL_API void *vel_json_enumerate_next(veljson *veljson, veljsonnode *objectnode,
@@ -186,8 +187,13 @@ VEL_API void *vel_json_enumerate_next(veljson *veljson, veljsonnode *objectnode,
 
 /* ---- What a node is; each returns 1 or 0 ---- */
 
+/* Tells whether a node is an object. */
 VEL_API int vel_json_is_object(veljson *veljson, const veljsonnode *node);
+
+/* Tells whether a node is an array. */
 VEL_API int vel_json_is_array(veljson *veljson, const veljsonnode *node);
+
+/* Tells whether a node is a string. */
 VEL_API int vel_json_is_string(veljson *veljson, const veljsonnode *node);
 
 /* Tells whether a node is an integer or a double. */
@@ -201,35 +207,49 @@ VEL_API int vel_json_is_double(veljson *veljson, const veljsonnode *node);
 
 /* Tells whether a node is true or false. */
 VEL_API int vel_json_is_boolean(veljson *veljson, const veljsonnode *node);
+
+/* Tells whether a node is true. */
 VEL_API int vel_json_is_true(veljson *veljson, const veljsonnode *node);
+
+/* Tells whether a node is false. */
 VEL_API int vel_json_is_false(veljson *veljson, const veljsonnode *node);
+
+/* Tells whether a node is null. */
 VEL_API int vel_json_is_null(veljson *veljson, const veljsonnode *node);
 
 /* ---- Setting ----
  *
  * Each makes a node into something else, and destroys what it held; it stays where it is. NULL for
- * the node is the root, which is created if there is none. Each returns VEL_ERROR_NONE, or
- * VEL_ERROR_NO_MEMORY, which is logged, with the node unchanged. */
+ * the node is the root, which is created if there is none. */
 
+/* Makes a node a null.
+ *
+ * Returns VEL_ERROR_NONE, or VEL_ERROR_NO_MEMORY, which is logged, with the node unchanged. */
 VEL_API vel_error_t vel_json_node_set_null(veljson *veljson, veljsonnode *node);
+
+/* Makes a node a true. Results are as for vel_json_node_set_null. */
 VEL_API vel_error_t vel_json_node_set_true(veljson *veljson, veljsonnode *node);
+
+/* Makes a node a false. Results are as for vel_json_node_set_null. */
 VEL_API vel_error_t vel_json_node_set_false(veljson *veljson, veljsonnode *node);
 
-/* Makes a node a string, of which it takes a copy. */
+/* Makes a node a string, of which it takes a copy. Results are as for vel_json_node_set_null. */
 VEL_API vel_error_t vel_json_node_set_string(veljson *veljson, veljsonnode *node,
                                              const char *string);
+
+/* Makes a node an integer. Results are as for vel_json_node_set_null. */
 VEL_API vel_error_t vel_json_node_set_integer(veljson *veljson, veljsonnode *node, int64_t value);
 
-/* Makes a node a double.
+/* Makes a node a double. Results are as for vel_json_node_set_null.
  *
  * Note: for who fetches an integer it counts as the value plus 0.5, cut off: -1.5 is -1, where the
  * same number in a parsed text is -2. */
 VEL_API vel_error_t vel_json_node_set_double(veljson *veljson, veljsonnode *node, double value);
 
-/* Makes a node an array without elements. */
+/* Makes a node an array without elements. Results are as for vel_json_node_set_null. */
 VEL_API vel_error_t vel_json_node_set_array(veljson *veljson, veljsonnode *node);
 
-/* Makes a node an object without members. */
+/* Makes a node an object without members. Results are as for vel_json_node_set_null. */
 VEL_API vel_error_t vel_json_node_set_object(veljson *veljson, veljsonnode *node);
 
 /* ---- Adding and copying ---- */

@@ -3,7 +3,8 @@
 
 #include <vellib/velapi.h>
 
-/* vellibrary: a shared library that is loaded at run time. */
+/* vellibrary: a shared library that is loaded at run time.
+ * Threads: any may look up; one at a time creates and destroys. */
 typedef struct vellibrary vellibrary;
 
 /* A function of a library, to be cast to what it is before it is called. */

@@ -10,6 +10,7 @@
  * outside of one. A zeroed head is the empty list.
  * Threads: one at a time. */
 
+/* The head of a list. */
 typedef struct vel_list {
     void *head; /* the first item, or NULL */
     void *tail; /* the last item, or NULL */

@@ -176,7 +176,9 @@ VEL_API void vel_log_macro_set_values(vellog *log, int level, const char *file, 
  * Returns what vel_log returns. Without memory for the prefix, the message goes out without it. */
 VEL_API int vel_log_macro_format(const char *format, ...) VEL_PRINTF(1, 2);
 
-/* Does in one call, without any lock, what VEL_LOG_AT does in four. */
+/* Does in one call, without any lock, what VEL_LOG_AT does in four.
+ *
+ * Returns what vel_log_macro_format returns. */
 VEL_API int vel_log_macro(vellog *log, int level, const char *file, int line, const char *format,
                           ...) VEL_PRINTF(5, 6);
 

@@ -5,7 +5,8 @@
 
 #include <vellib/velapi.h>
 
-/* velmemdup: a copy of a block of memory. */
+/* velmemdup: a copy of a block of memory.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

@@ -5,7 +5,8 @@
 
 #include <vellib/velapi.h>
 
-/* velmemmem: bytes within bytes. */
+/* velmemmem: bytes within bytes.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

@@ -24,6 +24,8 @@ VEL_DECLARATIONS_BEGIN
  * punycode     receives the text; NULL only with a capacity of 0.
  * punycodelen  the capacity in elements; receives the length of the whole text, or on failure of
  *              what came before.
+ * warray       the code points.
+ * warraylen    their number.
  *
  * Returns VEL_ERROR_NONE; VEL_ERROR_OUT_OF_RANGE for a value of 0x110000 or above and for an
  * overflow; or 223 if the capacity is too small. */
@@ -33,9 +35,11 @@ VEL_API vel_error_t vel_punycode_velurl_decode_from_warray(uint32_t *punycode, s
 
 /* Decodes a text, digits in either case (RFC 3492, 6.2).
  *
- * warray     receives the values; NULL only with a capacity of 0.
- * warraylen  the capacity in elements; receives the number of all values, or on failure of those
- *            that came before.
+ * warray       receives the values; NULL only with a capacity of 0.
+ * warraylen    the capacity in elements; receives the number of all values, or on failure of those
+ *              that came before.
+ * punycode     the text.
+ * punycodelen  its length in elements.
  *
  * Returns VEL_ERROR_NONE; VEL_ERROR_OUT_OF_RANGE for an element that does not belong to the text,
  * for an end within a number and for an overflow; or 223 if the capacity is too small.

@@ -3,6 +3,8 @@
 
 #include <vellib/velapi.h>
 
+/* velrename: new names of files and directories. */
+
 VEL_DECLARATIONS_BEGIN
 
 /* Gives a file or directory a new name, as rename does: a file that had the new name is replaced

@@ -3,6 +3,8 @@
 
 #include <vellib/velapi.h>
 
+/* velrmdir: removal of empty directories. */
+
 VEL_DECLARATIONS_BEGIN
 
 /* Removes an empty directory, as rmdir does. vel_dir_remove_recursive removes one with all that is

@@ -11,6 +11,8 @@ VEL_DECLARATIONS_BEGIN
 
 /* Sets a variable of the environment, as setenv does.
  *
+ * name       of the variable.
+ * value      is copied.
  * overwrite  0: leave a variable that is there as it is.
  *
  * Returns 0, or -1 with errno set. */

@@ -9,6 +9,7 @@
  * Threads: registering takes no lock, so do it from one thread. A callback that is replaced while
  * its signal is delivered may meet the old or the new context. */
 
+/* The signals, by their numbers on every platform. */
 enum {
     VEL_SIGNAL_NONE = 0,
     VEL_SIGNAL_SIGINT = 2,   /* interrupt */

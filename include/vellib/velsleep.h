@@ -3,6 +3,8 @@
 
 #include <vellib/velapi.h>
 
+/* velsleep: a pause of the calling thread. */
+
 VEL_DECLARATIONS_BEGIN
 
 /* Sleeps for a time. A signal ends the sleep early; the rest is not made up for.

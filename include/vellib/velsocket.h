@@ -76,7 +76,8 @@ VEL_API size_t vel_socket_read(velsocket *velsocket, void *buf, size_t maxlen);
 
 /* Reads what there is, or waits for something and reads that.
  *
- * maxlen  room in buf, above 0.
+ * maxlen                     room in buf, above 0.
+ * timeoutsecs, timeoutusecs  the limit of the wait; negative seconds for none.
  *
  * Returns the number of bytes read. 0 comes with the reason in vel_socket_get_error:
  * VEL_ERROR_END_OF_FILE if the peer has closed, VEL_ERROR_TIMED_OUT, VEL_ERROR_WAKEUP,
@@ -161,6 +162,7 @@ VEL_API velsocket *vel_socket_tcp_connect(const char *name, unsigned int port,
  * name          a name or a numeric address. Its lookup is not bounded by the time.
  * port          above 0.
  * timeoutsecs   seconds for all addresses together, or -1 for ever; no other negative number.
+ * timeoutusecs  microseconds more, below 1000000.
  * velerrorptr   receives VEL_ERROR_NONE or the reason of the failure: what
  *               vel_addrinfo_get_next gives if the name was not resolved, VEL_ERROR_TIMED_OUT, or
  *               the first failure of an address, such as VEL_ERROR_CONNECTION_REFUSED.
@@ -207,7 +209,8 @@ VEL_API vel_error_t vel_socket_connect_async(velsocket *velsocket, const char *n
 /* Waits until a connect that was begun has ended. Where an address fails, the next one is tried
  * within the same time.
  *
- * timeoutsecs  seconds for all addresses together, or -1 for ever; no other negative number.
+ * timeoutsecs   seconds for all addresses together, or -1 for ever; no other negative number.
+ * timeoutusecs  microseconds more, below 1000000.
  *
  * Returns VEL_ERROR_NONE; VEL_ERROR_TIMED_OUT, after which the wait may be repeated;
  * VEL_ERROR_BAD_HANDLE if no connect is in progress; or the reason of the failure, which is

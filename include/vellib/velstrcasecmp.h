@@ -3,7 +3,8 @@
 
 #include <vellib/velapi.h>
 
-/* velstrcasecmp: comparison without regard to case. */
+/* velstrcasecmp: comparison without regard to case.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

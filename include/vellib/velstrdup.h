@@ -3,7 +3,8 @@
 
 #include <vellib/velapi.h>
 
-/* velstrdup: a copy of a string. */
+/* velstrdup: a copy of a string.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

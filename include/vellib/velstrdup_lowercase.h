@@ -5,7 +5,8 @@
 
 #include <vellib/velapi.h>
 
-/* velstrdup_lowercase: a copy in lower case, of ASCII letters alone and in any locale. */
+/* velstrdup_lowercase: a copy in lower case, of ASCII letters alone and in any locale.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

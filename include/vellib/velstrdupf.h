@@ -5,7 +5,8 @@
 
 #include <vellib/velapi.h>
 
-/* velstrdupf: formatting into a new string that is the result. */
+/* velstrdupf: formatting into a new string that is the result.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

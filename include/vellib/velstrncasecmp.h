@@ -5,7 +5,8 @@
 
 #include <vellib/velapi.h>
 
-/* velstrncasecmp: comparison of beginnings without regard to case. */
+/* velstrncasecmp: comparison of beginnings without regard to case.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

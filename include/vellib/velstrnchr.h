@@ -5,7 +5,8 @@
 
 #include <vellib/velapi.h>
 
-/* velstrnchr: a byte within bytes. */
+/* velstrnchr: a byte within bytes.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

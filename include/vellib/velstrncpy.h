@@ -5,7 +5,8 @@
 
 #include <vellib/velapi.h>
 
-/* velstrncpy: a bounded copy that is always terminated. */
+/* velstrncpy: a bounded copy that is always terminated.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

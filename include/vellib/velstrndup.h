@@ -5,7 +5,8 @@
 
 #include <vellib/velapi.h>
 
-/* velstrndup: a copy of the beginning of a string. */
+/* velstrndup: a copy of the beginning of a string.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

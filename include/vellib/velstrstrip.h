@@ -5,7 +5,8 @@
 
 #include <vellib/velapi.h>
 
-/* velstrstrip: text without the white space at its ends, by isspace of the process's locale. */
+/* velstrstrip: text without the white space at its ends, by isspace of the process's locale.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 

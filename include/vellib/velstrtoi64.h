@@ -6,12 +6,14 @@
 #include <vellib/velapi.h>
 #include <vellib/velerror.h>
 
-/* velstrtoi64: a decimal number from text. */
+/* velstrtoi64: a decimal number from text.
+ * Threads: any, at any time. */
 
 VEL_DECLARATIONS_BEGIN
 
 /* Converts white space, an optional sign and decimal digits to a number.
  *
+ * str  the text.
  * out  receives the number; 0 where the result is neither VEL_ERROR_NONE nor
  *      VEL_ERROR_INCOMPLETE.
  *

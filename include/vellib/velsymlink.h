@@ -5,7 +5,8 @@
 #include <vellib/velerror.h>
 
 /* velsymlink: symbolic links. Some platforms tell links to files and to directories apart when they
- * are made, hence two functions; on this one they do the same. */
+ * are made, hence two functions; on this one they do the same.
+ * Threads: any. */
 
 VEL_DECLARATIONS_BEGIN
 
@@ -21,11 +22,10 @@ VEL_DECLARATIONS_BEGIN
  *   VEL_ERROR_NO_MEMORY or VEL_ERROR_BAD_ADDRESS as the platform says,
  * - VEL_ERROR_UNSUPPORTED if the file system has no symbolic links,
  * - VEL_ERROR_GENERIC for any other error.
- * Note: a linkpath that exists, and one below what is no directory, give VEL_ERROR_GENERIC.
- * Threads: any. */
+ * Note: a linkpath that exists, and one below what is no directory, give VEL_ERROR_GENERIC. */
 VEL_API vel_error_t vel_symlink_file(const char *target, const char *linkpath);
 
-/* Makes a symbolic link to a directory: the arguments, the results and the threads are those of
+/* Makes a symbolic link to a directory: the arguments and the results are those of
  * vel_symlink_file. */
 VEL_API vel_error_t vel_symlink_directory(const char *target, const char *linkpath);
 

@@ -59,7 +59,8 @@ VEL_API int vel_test_parse_arguments(veltest *veltest, int argc, char **argv);
 
 /* Adds a test case, which is run after those that were added before.
  *
- * context  handed to the function; may be NULL.
+ * testfunction  the test.
+ * context       handed to it; may be NULL.
  *
  * Returns 0, or -1 if there is not enough memory, which is logged. */
 VEL_API int vel_test_add(veltest *veltest, vel_test_function_cb *testfunction, void *context);

@@ -5,11 +5,14 @@
 
 #include <vellib/velapi.h>
 
+/* veltruncate: the length of a file. */
+
 VEL_DECLARATIONS_BEGIN
 
 /* Cuts a file to a length, or fills it up to it with zero bytes, as truncate does.
  *
- * length  in bytes.
+ * filename  of the file.
+ * length    in bytes.
  *
  * Returns 0, or -1 with errno set; logs nothing.
  * Threads: any. */

@@ -70,25 +70,26 @@ VEL_API const char *vel_url_get_query(velurl *velurl);
 
 /* International host names in their ASCII form and back: the labels between the dots are converted
  * by Punycode (RFC 3492), with the prefix "xn--". Case, normal form, allowed characters and lengths
- * are the caller's business.
+ * are the caller's business. All four take a text and give a new string in *result.
  *
- * All four take a text and give a new string in *result. Where either is NULL they log that and
- * return VEL_ERROR_INVALID_ARGUMENT. Otherwise they return VEL_ERROR_NONE, VEL_ERROR_NO_MEMORY, or
- * VEL_ERROR_OUT_OF_RANGE for a label that cannot be converted, or VEL_ERROR_GENERIC for one that is
- * no UTF-8 on either side, or where there was no memory for a step of the conversion of a label.
- *
- * Threads: any, at any time.
- * Note: the label "xn--" on the way to Unicode aborts the process. Look for it in a name from
- * outside. */
+ * Threads: any, at any time. */
 
-/* Converts the labels with bytes above 127 to ASCII, and leaves the others as they are. */
+/* Converts the labels of a host name with bytes above 127 to ASCII, by Punycode behind "xn--", and
+ * leaves the others as they are.
+ *
+ * Returns VEL_ERROR_NONE; VEL_ERROR_NO_MEMORY; VEL_ERROR_OUT_OF_RANGE for a label that cannot be
+ * converted; VEL_ERROR_GENERIC for one that is no UTF-8 on either side, or where there was no memory
+ * for a step of the conversion of a label; or VEL_ERROR_INVALID_ARGUMENT, logged, if an argument is
+ * NULL. */
 VEL_API vel_error_t vel_url_idna_host_to_ascii(const char *host, char **result);
 
-/* Converts the labels that begin with "xn--", in lower case, and leaves the others as they are. */
+/* Converts the labels of a host name that begin with "xn--", in lower case, to Unicode, and leaves
+ * the others as they are. Results are as for vel_url_idna_host_to_ascii.
+ * Note: the label "xn--" aborts the process. Look for it in a name from outside. */
 VEL_API vel_error_t vel_url_idna_host_to_unicode(const char *host, char **result);
 
 /* Converts the host in a URL to ASCII. A URL without one gives 222, a code without text, and is
- * logged.
+ * logged; other results are as for vel_url_idna_host_to_ascii.
  *
  * result  is left as it was on failure, unless url is NULL.
  *

@@ -3,6 +3,8 @@
 
 #include <vellib/velapi.h>
 
+/* velutf8deletefile: veldeletefile for paths in UTF-8. The two do the same. */
+
 VEL_DECLARATIONS_BEGIN
 
 /* Removes a name in UTF-8 from its directory, as vel_deletefile does.

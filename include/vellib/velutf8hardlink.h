@@ -4,6 +4,8 @@
 #include <vellib/velapi.h>
 #include <vellib/velerror.h>
 
+/* velutf8hardlink: velhardlink for paths in UTF-8. The two do the same. */
+
 VEL_DECLARATIONS_BEGIN
 
 /* Gives a file a further name, both in UTF-8, as vel_hardlink does, with its results.

@@ -3,6 +3,8 @@
 
 #include <vellib/velapi.h>
 
+/* velutf8rename: velrename for paths in UTF-8. The two do the same. */
+
 VEL_DECLARATIONS_BEGIN
 
 /* Gives a file or directory a new name, both in UTF-8, as vel_rename does.

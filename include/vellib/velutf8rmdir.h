@@ -3,6 +3,8 @@
 
 #include <vellib/velapi.h>
 
+/* velutf8rmdir: velrmdir for paths in UTF-8. The two do the same. */
+
 VEL_DECLARATIONS_BEGIN
 
 /* Removes an empty directory under its name in UTF-8, as vel_rmdir does.

@@ -5,8 +5,9 @@
 
 #include <vellib/velapi.h>
 
-/* velutf8stat: velstat for paths in UTF-8: what kind of file a path names, and its size. A symbolic link to a directory counts as
- * a directory and as a link. One object may be used for one path after the other.
+/* velutf8stat: velstat for paths in UTF-8: what kind of file a path names, and its size. A
+ * symbolic link to a directory counts as a directory and as a link. One object may be used for one
+ * path after the other.
  * Threads: one at a time. */
 typedef struct velutf8stat velutf8stat;
 

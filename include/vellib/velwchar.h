@@ -41,6 +41,7 @@ VEL_API wchar_t *vel_wchar_from_utf8(const char *utf8);
  * warraylenptr  holds the capacity of the array in wide characters, 0 if there is none, and
  *               receives the number of characters in the whole string without a terminator, or 0 if
  *               it is not valid.
+ * utf8          the string.
  *
  * Returns 0, 1 if the capacity is below that number, or -1 for what is not valid UTF-8, which is
  * logged; the array may then hold what came before it.

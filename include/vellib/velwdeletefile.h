@@ -5,6 +5,8 @@
 
 #include <vellib/velapi.h>
 
+/* velwdeletefile: veldeletefile for paths in wide characters. */
+
 VEL_DECLARATIONS_BEGIN
 
 /* Removes a name in wide characters from its directory, as vel_deletefile does for the same name in
