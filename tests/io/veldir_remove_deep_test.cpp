@@ -122,15 +122,23 @@ template <typename Family> class VeldirRemoveDeep : public VeldirRemoveDepth<Fam
         support::remove_test<Family>::TearDown();
     }
 
+    /* Whichever way a file system lists its entries, there are some before and behind the directory
+     * that goes on. */
     static void make()
     {
-        make_chain("top", kLevels);
+        for (size_t level = 1; level <= kLevels; level++) {
+            const std::string path = chain_path("top", level);
+            fs::create_directory(path);
+            for (const char *name : {"/a", "/b"})
+                if (level <= kUpper)
+                    support::write_file(path + name, "");
+        }
         for (size_t level = 1; level <= kUpper; level++) {
             const std::string path = chain_path("top", level);
-            support::write_file(path + "/a", "");
             support::write_file(path + "/z", "");
             fs::create_symlink(fs::absolute("outside"), path + "/link");
         }
+        support::write_file(chain_path("top", kLevels) + "/file", "");
     }
 
     /* Removes a tree while something fails: the result tells whether all is gone, a line of level 7
@@ -143,8 +151,11 @@ template <typename Family> class VeldirRemoveDeep : public VeldirRemoveDepth<Fam
         EXPECT_EQ(support::descriptors_since(before), (std::vector<int>{}));
         EXPECT_EQ(result == 0, !fs::exists("top"));
         size_t said = 0;
-        for (const support::log_line &one : this->log.take())
+        for (const support::log_line &one : this->log.take()) {
             said += one.level == 7;
+            /* what is known to hold something is not tried */
+            EXPECT_FALSE(one.text.starts_with("unable to remove directory")) << one;
+        }
         EXPECT_EQ(said > 0, result != 0);
         if (result != 0)
             remove_the_rest();
@@ -173,7 +184,7 @@ TYPED_TEST(VeldirRemoveDeep, AllGoes)
     EXPECT_EQ(support::descriptors_since(before), (std::vector<int>{}));
     std::vector<std::string> files = {chain_path("top", this->kLevels) + "/file"};
     for (size_t level = 1; level <= this->kUpper; level++)
-        for (const char *name : {"/a", "/z"})
+        for (const char *name : {"/a", "/b", "/z"})
             files.push_back(chain_path("top", level) + name);
     EXPECT_EQ(this->take_but_announcements(files), (lines{}));
     EXPECT_EQ(this->paths_here(), (std::set<std::string>{"outside", "outside/file"}));
@@ -226,7 +237,7 @@ TYPED_TEST(VeldirRemoveDeep, EachAllocationFails)
     support::warm_log(this->log);
     bool completed = false;
     size_t number = 1;
-    for (; !completed && number < 10000; number += 11)
+    for (; !completed && number < 10000; number += 7)
         completed = this->remove_with([=] {
             const malloc_watch memory(number);
             const int result = TypeParam::dir_remove_recursive("top");
