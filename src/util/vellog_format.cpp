@@ -2,11 +2,102 @@
  * where it is the longest so far. */
 #include <vellib/vellog.h>
 
+#include <cstring>
+#include <iterator>
+
 #include <vellib/velmalloc.h>
 #include <vellib/velsnprintf.h>
 
 #include "util/velassert.h"
 #include "util/vellog_internal.h"
+
+/* Text in a block of a given size. An add that has no room returns false. */
+struct vel_log_text {
+    char *next;
+    char *end; /* where the NUL still fits */
+};
+
+static bool vel_log_text_add(vel_log_text *text, const char *part, size_t length)
+{
+    if (static_cast<size_t>(text->end - text->next) < length)
+        return false;
+    memcpy(text->next, part, length);
+    text->next += length;
+    return true;
+}
+
+static bool vel_log_text_add_number(vel_log_text *text, unsigned long magnitude, bool negative)
+{
+    char digits[24];
+    char *first = std::end(digits);
+    do {
+        *--first = static_cast<char>('0' + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (negative)
+        *--first = '-';
+    return vel_log_text_add(text, first, static_cast<size_t>(std::end(digits) - first));
+}
+
+static bool vel_log_text_add_int(vel_log_text *text, int value)
+{
+    const auto bits = static_cast<unsigned int>(value);
+    return vel_log_text_add_number(text, value < 0 ? 0 - bits : bits, value < 0);
+}
+
+/* Formats what has no conversions but %s, %d and %lu. Returns false for anything else. */
+static bool vel_log_text_format(vel_log_text *text, const char *format, va_list ap)
+{
+    for (;;) {
+        const size_t length = strcspn(format, "%");
+        if (!vel_log_text_add(text, format, length))
+            return false;
+        format += length;
+        if (*format == '\0')
+            return true;
+        bool added = false;
+        if (format[1] == 'd') {
+            added = vel_log_text_add_int(text, va_arg(ap, int));
+        } else if (format[1] == 's') {
+            const char *string = va_arg(ap, const char *);
+            added = string && vel_log_text_add(text, string, strlen(string));
+        } else if (format[1] == 'l' && format[2] == 'u') {
+            added = vel_log_text_add_number(text, va_arg(ap, unsigned long), false);
+            format++;
+        }
+        if (!added)
+            return false;
+        format += 2;
+    }
+}
+
+/* Does what vel_vsnprintf does, and sooner for what fits and is simple. That is nearly every line,
+ * and also those that no sink wants are formatted: an event loop has several at each turn. */
+static int vel_log_vsnprintf(char *str, size_t size, const char *format, va_list ap)
+{
+    if (size > 0 && format) {
+        vel_log_text text = {str, str + size - 1};
+        va_list again;
+        va_copy(again, ap);
+        const bool done = vel_log_text_format(&text, format, again);
+        va_end(again);
+        if (done) {
+            *text.next = '\0';
+            return static_cast<int>(text.next - str);
+        }
+    }
+    return vel_vsnprintf(str, size, format, ap);
+}
+
+[[gnu::format(printf, 3, 4)]] static int vel_log_snprintf(char *str, size_t size,
+                                                          const char *format, ...)
+{
+    va_list ap;
+    va_start(ap, format);
+    const int result = vel_log_vsnprintf(str, size, format, ap);
+    va_end(ap);
+    return result;
+}
 
 /* Makes room for count characters and the NUL; what the buffer held is lost. */
 static bool vel_log_reserve(char **bufferptr, size_t *buflenptr, size_t count)
@@ -113,8 +204,8 @@ static const char vel_log_prefix_format[] = "%s:%d[%d]";
 static const char *vel_log_macro_format_prefix(vellog *vellog, const char *file, int line,
                                                int level)
 {
-    int res =
-        vel_snprintf(vellog->prefix, vellog->prefixlen, vel_log_prefix_format, file, line, level);
+    int res = vel_log_snprintf(vellog->prefix, vellog->prefixlen, vel_log_prefix_format, file, line,
+                               level);
     if (res < 0)
         return nullptr;
     auto count = static_cast<size_t>(res);
@@ -122,8 +213,8 @@ static const char *vel_log_macro_format_prefix(vellog *vellog, const char *file,
         if (!vel_log_reserve(&vellog->prefix, &vellog->prefixlen, count))
             return nullptr;
         VEL_ASSERT(vellog->prefixlen > count);
-        res = vel_snprintf(vellog->prefix, vellog->prefixlen, vel_log_prefix_format, file, line,
-                           level);
+        res = vel_log_snprintf(vellog->prefix, vellog->prefixlen, vel_log_prefix_format, file, line,
+                               level);
         VEL_ASSERT(res >= 0);
         count = static_cast<size_t>(res);
     }
@@ -137,14 +228,14 @@ static bool vel_log_macro_format_message(vellog *vellog, const char *format, va_
 {
     va_list again;
     va_copy(again, ap);
-    int res = vel_vsnprintf(vellog->buffer, vellog->buflen, format, ap);
+    int res = vel_log_vsnprintf(vellog->buffer, vellog->buflen, format, ap);
     bool formatted = res >= 0;
     auto count = static_cast<size_t>(res);
     if (formatted && vellog->buflen <= count) {
         formatted = vel_log_reserve(&vellog->buffer, &vellog->buflen, count);
         if (formatted) {
             VEL_ASSERT(vellog->buflen > count);
-            res = vel_vsnprintf(vellog->buffer, vellog->buflen, format, again);
+            res = vel_log_vsnprintf(vellog->buffer, vellog->buflen, format, again);
             VEL_ASSERT(res >= 0);
             count = static_cast<size_t>(res);
         }

@@ -1,3 +1,4 @@
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -306,6 +307,63 @@ TEST_F(Vellog, MacroStepsWriteThePrefix)
     EXPECT_EQ(err.stop(), stamp() + "adt/velhash:-12[7] own log\n" + stamp() +
                               "adt/velhash:-12[7] values stay\n" + stamp() +
                               "a/rather/long/path/of/a/module:123456[8] default log\n");
+}
+
+/* Lines of the library beside printf, in buffers that are too small and in some that are not. */
+template <typename... Arguments> static void expect_as_printf(const char *format, Arguments... rest)
+{
+    std::vector<char> expected(70000);
+    const int count = snprintf(expected.data(), expected.size(), format, rest...);
+    ASSERT_GE(count, 0);
+    for (const int before : {0, count - 1, count, count + 1, count + 100}) {
+        vellog *const log = vel_log_create();
+        vel_log_stderr_disable(log);
+        receiver to;
+        vel_log_callback_set(log, receive, &to);
+        vel_log_callback_enable(log);
+        vel_log_macro_set_values(log, 8, "a", 1);
+        if (before >= 0)
+            vel_log_macro_format("%s", std::string(static_cast<size_t>(before), 'x').c_str());
+        EXPECT_EQ(vel_log_macro_format(format, rest...), 0);
+        EXPECT_EQ(to.messages.back().string, expected.data()) << format << " after " << before;
+        EXPECT_EQ(to.messages.back().length, static_cast<size_t>(count));
+        vel_log_destroy(log);
+    }
+}
+
+TEST_F(Vellog, MacroFormatsAsPrintf)
+{
+    const char *const none = nullptr;
+    expect_as_printf("", 1);
+    expect_as_printf("text", 1);
+    expect_as_printf("%s", "");
+    expect_as_printf("%s", std::string(60000, 'y').c_str());
+    expect_as_printf("<%s> and <%s>", none, "\xff%d%%");
+    expect_as_printf("%d%d%d %d %d", 0, -1, 10, INT_MIN, INT_MAX);
+    expect_as_printf("%lu %lu %lu", 0UL, ULONG_MAX, 9UL);
+    expect_as_printf("%s %d %lu%s", "a", 1, 2UL, "b");
+    expect_as_printf("%d %% %d", 1, 2);
+    expect_as_printf("%d %5d|%-5d|%05d|%+d", 1, 2, 3, 4, 5);
+    expect_as_printf("%s %.2s|%5s|%-5s|%.*s", "abc", "def", "ghi", "jkl", 1, "mno");
+    expect_as_printf("%d %u %x %c %ld %lld %lx %zu %hd", 1, 2U, 3U, 'c', 4L, 5LL, 6UL, size_t{7},
+                     8);
+    expect_as_printf("%s %p", "a", static_cast<const void *>("p"));
+    expect_as_printf("%lu %f %s", 1UL, 2.5, "c");
+}
+
+TEST_F(Vellog, PrefixesOfAllKinds)
+{
+    std::string expected;
+    fd_capture err(STDERR_FILENO);
+    for (const char *file : {"a", "", "longer/than/that", "b", "%d%s"}) {
+        for (const int line : {0, -1, INT_MIN, INT_MAX, 10}) {
+            vel_log_macro_set_values(log_, line % 8, file, line);
+            EXPECT_EQ(vel_log_macro_format("text"), 0);
+            expected += stamp() + file + ":" + std::to_string(line) + "[" +
+                        std::to_string(line % 8) + "] text\n";
+        }
+    }
+    EXPECT_EQ(err.stop(), expected);
 }
 
 TEST_F(Vellog, MacroInOneCallStoresNothing)
