@@ -68,5 +68,6 @@ void vel_sha1_digest(velsha1 *velsha1, unsigned char *digest)
     VEL_ASSERT(velsha1 != NULL);
     VEL_ASSERT(digest != NULL);
 
-    vel_shacore_digest<vel_sha1_twin>(velsha1, digest);
+    const unsigned char *pos = vel_shacore_digest<vel_sha1_twin>(velsha1, digest);
+    VEL_ASSERT(pos - digest == 20);
 }

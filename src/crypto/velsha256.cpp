@@ -69,5 +69,6 @@ void vel_sha256_digest(velsha256 *velsha256, unsigned char *digest)
     VEL_ASSERT(velsha256 != NULL);
     VEL_ASSERT(digest != NULL);
 
-    vel_shacore_digest<vel_sha256_twin>(velsha256, digest);
+    const unsigned char *pos = vel_shacore_digest<vel_sha256_twin>(velsha256, digest);
+    VEL_ASSERT(pos - digest == 32);
 }

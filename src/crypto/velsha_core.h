@@ -37,6 +37,7 @@ static size_t vel_shacore_fill_chunk(typename Twin::context *context, const uint
                                      size_t count)
 {
     const size_t copycount = std::min(kVelShaBlockSize - context->chunkuse, count);
+    VEL_ASSERT(copycount > 0);
     memcpy(context->chunk + context->chunkuse, data, copycount);
     context->chunkuse += copycount;
     if (context->chunkuse == kVelShaBlockSize) {
@@ -63,6 +64,7 @@ static void vel_shacore_update(typename Twin::context *context, const void *data
     if (blocks > 0)
         Twin::process(context->h, bytes, blocks);
     const size_t left = count % kVelShaBlockSize;
+    VEL_ASSERT(left < 64);
     if (left > 0) {
         memcpy(context->chunk, bytes + blocks * kVelShaBlockSize, left);
         context->chunkuse = left;
@@ -89,19 +91,22 @@ template <typename Twin> static void vel_shacore_finalize(typename Twin::context
         Twin::process(context->h, context->chunk, 1);
         chunkuse = 0;
     }
+    VEL_ASSERT(chunkuse <= 56);
     memset(context->chunk + chunkuse, 0, lengthpos - chunkuse);
     vel_shacore_store(context->chunk + lengthpos, context->total * 8);
     Twin::process(context->h, context->chunk, 1);
 }
 
+/* Returns where the digest ends. */
 template <typename Twin>
-static void vel_shacore_digest(const typename Twin::context *context, unsigned char *digest)
+static unsigned char *vel_shacore_digest(const typename Twin::context *context, unsigned char *pos)
 {
 #pragma GCC unroll 8
     for (const uint32_t word : context->h) {
-        vel_shacore_store(digest, word);
-        digest += sizeof(word);
+        vel_shacore_store(pos, word);
+        pos += sizeof(word);
     }
+    return pos;
 }
 
 #endif
