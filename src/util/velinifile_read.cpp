@@ -155,24 +155,24 @@ static vel_error_t vel_inifile_parse_line(velinifilereader *reader, velinifilesp
 /* Reads all lines. *iscutptr tells whether it was reading that failed, and not a line. */
 static vel_error_t vel_inifile_read_lines(velinifilereader *reader, FILE *file, bool *iscutptr)
 {
-    size_t buflen = vel_inifile_bufferlen;
+    size_t linebuflen = vel_inifile_bufferlen;
     *iscutptr = true;
-    auto *buffer = static_cast<char *>(vel_malloc(buflen));
-    if (!buffer)
+    auto *linebuffer = static_cast<char *>(vel_malloc(linebuflen));
+    if (!linebuffer)
         return VEL_ERROR_NO_MEMORY;
-    buffer[buflen - 1] = '\0';
+    linebuffer[linebuflen - 1] = '\0';
 
     vel_error_t error = VEL_ERROR_NONE;
     for (reader->line = 1; !error; reader->line++) {
         size_t used = 0;
-        error = vel_inifile_read_line(file, &buffer, &buflen, &used);
+        error = vel_inifile_read_line(file, &linebuffer, &linebuflen, &used);
         if (error)
             break;
-        VEL_ASSERT(buffer[buflen - 1] == '\0');
-        error = vel_inifile_parse_line(reader, {buffer, used});
+        VEL_ASSERT(linebuffer[linebuflen - 1] == '\0');
+        error = vel_inifile_parse_line(reader, {linebuffer, used});
         *iscutptr = !error;
     }
-    vel_free(buffer);
+    vel_free(linebuffer);
     return error == VEL_ERROR_END_OF_FILE ? VEL_ERROR_NONE : error;
 }
 
