@@ -21,22 +21,29 @@ constexpr double kDeviations = 8;
 
 using block = std::array<unsigned char, 16>;
 
+/* The bytes are drawn once for all tests. */
 class VelrandomSoak : public testing::Test {
   protected:
-    VelrandomSoak() : blocks_(support::soak_length<size_t>(64 << 20, 1 << 20) / sizeof(block))
+    static void SetUpTestSuite()
     {
+        blocks_.resize(support::soak_length<size_t>(64 << 20, 1 << 20) / sizeof(block));
         velrandom *random = vel_random_create();
-        EXPECT_NE(random, nullptr);
+        ASSERT_NE(random, nullptr);
         EXPECT_EQ(vel_random_buffer(random, blocks_.data(), size()), 0);
         vel_random_destroy(random);
     }
+    static void TearDownTestSuite()
+    {
+        blocks_.clear();
+        blocks_.shrink_to_fit();
+    }
 
-    size_t size() const
+    static size_t size()
     {
         return blocks_.size() * sizeof(block);
     }
 
-    std::vector<block> blocks_;
+    static inline std::vector<block> blocks_;
 };
 
 /* What the program ent says of the bytes. */
@@ -103,8 +110,9 @@ TEST_F(VelrandomSoak, BitsLookLikeChance)
 /* Nothing of the pool is given out a second time. */
 TEST_F(VelrandomSoak, NoSixteenBytesComeTwice)
 {
-    std::sort(blocks_.begin(), blocks_.end());
-    EXPECT_EQ(std::adjacent_find(blocks_.begin(), blocks_.end()), blocks_.end());
+    std::vector<block> sorted = blocks_;
+    std::sort(sorted.begin(), sorted.end());
+    EXPECT_EQ(std::adjacent_find(sorted.begin(), sorted.end()), sorted.end());
 }
 
 } // namespace
