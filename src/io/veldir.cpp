@@ -1,9 +1,8 @@
 #include <vellib/veldir.h>
 
-#include <vellib/velstat.h>
-
 #include "io/veldir_core.h"
 #include "io/veldir_remove_core.h"
+#include "io/velstat_internal.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 

@@ -45,17 +45,22 @@ static bool vel_dircore_attach(typename Twin::handle *dir, DIR *stream, const ch
     return stream;
 }
 
+template <typename Twin>
+static bool vel_dircore_copy_path(typename Twin::handle *dir, const char *path)
+{
+    dir->path = vel_strdup(path);
+    if (!dir->path)
+        VEL_LOG_IN(Twin::module, 7, "not enough memory for path '%s'", path);
+    return dir->path;
+}
+
 /* On false the caller destroys the handle. */
 template <typename Twin> static bool vel_dircore_build(typename Twin::handle *dir, const char *path)
 {
     if (!path)
         return vel_dircore_attach<Twin>(dir, opendir("."), ".");
-    dir->path = vel_strdup(path);
-    if (!dir->path) {
-        VEL_LOG_IN(Twin::module, 7, "not enough memory for path '%s'", path);
-        return false;
-    }
-    return vel_dircore_attach<Twin>(dir, opendir(path), path);
+    return vel_dircore_copy_path<Twin>(dir, path) &&
+           vel_dircore_attach<Twin>(dir, opendir(path), path);
 }
 
 template <typename Twin> static typename Twin::handle *vel_dircore_open(const char *path)
@@ -122,23 +127,11 @@ template <typename Twin> static char *vel_dircore_copy_name(typename Twin::handl
     return copy;
 }
 
-template <typename Twin>
-static bool vel_dircore_lstat_path(typename Twin::handle *dir, const char *path)
+/* Looks at an entry by its name into the handle's stat object: lstat(stat, path) does it. Returns
+ * false after logging why that cannot be done. */
+template <typename Twin, typename Lstat>
+static bool vel_dircore_lstat_name(typename Twin::handle *dir, const char *name, Lstat lstat)
 {
-    if (Twin::stat_lstat(dir->*Twin::stat, path) == 0)
-        return true;
-    VEL_LOG_IN(Twin::module, 7, "unable to stat '%s'", path);
-    return false;
-}
-
-/* Looks at the current entry. Returns false after logging why that cannot be done. */
-template <typename Twin> static bool vel_dircore_lstat_entry(typename Twin::handle *dir)
-{
-    const char *name = Twin::stored_name(dir);
-    if (!name) {
-        VEL_LOG_IN(Twin::module, 6, "unable to fetch the entry name");
-        return false;
-    }
     if (!(dir->*Twin::stat)) {
         dir->*Twin::stat = Twin::stat_create();
         if (!(dir->*Twin::stat)) {
@@ -146,17 +139,32 @@ template <typename Twin> static bool vel_dircore_lstat_entry(typename Twin::hand
             return false;
         }
     }
-    if (!dir->path)
-        return vel_dircore_lstat_path<Twin>(dir, name);
+    char *path = nullptr;
+    if (dir->path) {
+        path = vel_strdupf("%s%c%s", dir->path, vel_dir_separator(), name);
+        if (!path) {
+            VEL_LOG_IN(Twin::module, 7, "not enough memory for stat path");
+            return false;
+        }
+        name = path;
+    }
+    const bool valid = lstat(dir->*Twin::stat, name) == 0;
+    if (!valid)
+        VEL_LOG_IN(Twin::module, 7, "unable to stat '%s'", name);
+    if (path)
+        vel_free(path);
+    return valid;
+}
 
-    char *path = vel_strdupf("%s%c%s", dir->path, vel_dir_separator(), name);
-    if (!path) {
-        VEL_LOG_IN(Twin::module, 7, "not enough memory for stat path");
+/* The same for the current entry. */
+template <typename Twin> static bool vel_dircore_lstat_entry(typename Twin::handle *dir)
+{
+    const char *name = Twin::stored_name(dir);
+    if (!name) {
+        VEL_LOG_IN(Twin::module, 6, "unable to fetch the entry name");
         return false;
     }
-    const bool valid = vel_dircore_lstat_path<Twin>(dir, path);
-    vel_free(path);
-    return valid;
+    return vel_dircore_lstat_name<Twin>(dir, name, Twin::stat_lstat);
 }
 
 /* What each query of the current entry begins with. */

@@ -10,6 +10,8 @@
 
 #include <vellib/veldeletefile.h>
 #include <vellib/velmalloc.h>
+#include <vellib/velrmdir.h>
+#include <vellib/velstrdupf.h>
 
 #include "io/veldir_core.h"
 #include "io/velstat_core.h"
@@ -17,7 +19,8 @@
 
 /* The removal of a tree, for the twins of veldir_core.h. Each step names an entry by the open
  * directory that it stands in, so the tree may be deeper than the longest path, and nobody can lead
- * the walk astray by putting a link in place of a directory. Paths are built for the log alone.
+ * the walk astray by putting a link in place of a directory. Paths are for the log. All the same each
+ * step allocates what the functions of a handle would, and says the same when it cannot.
  *
  * A directory stays open while its entries are removed. Once there are very many open, one above the
  * other, the highest is parked: the rest of its names is read into memory, and it is closed until the
@@ -60,7 +63,8 @@ static inline bool vel_dirwalk_append(vel_dirwalk_text *text, const char *string
 template <typename Twin> struct vel_dirwalk_level {
     vel_dirwalk_level *parent, *child;
     typename Twin::handle *dir; /* NULL while parked */
-    size_t pathlength;          /* of the directory, in the path of the walk */
+    size_t pathlength;          /* of the directory, whose path is in dir */
+    bool allocated;             /* is a block of its own */
     bool incomplete;            /* something in it stays */
     bool listed;                /* was parked once: the names left then are here */
     vel_dirwalk_text names;     /* each with its NUL */
@@ -71,21 +75,11 @@ template <typename Twin> struct vel_dirwalk_level {
 };
 
 template <typename Twin> struct vel_dirwalk {
-    vel_dirwalk_text path;                      /* of the entry at hand */
     vel_dirwalk_level<Twin> *highest, *deepest; /* of those open; the walk is in the deepest */
-    size_t opencount;
-    int result; /* 0 until it is known that something stays */
+    size_t depth, opencount;                    /* levels in all, and those not parked */
+    int result;                                 /* 0 until it is known that something stays */
+    vel_dirwalk_level<Twin> levels[vel_dirwalk_most_open]; /* the uppermost */
 };
-
-/* Puts the path of an entry of the deepest directory together. */
-template <typename Twin> static bool vel_dirwalk_set_path(vel_dirwalk<Twin> *walk, const char *name)
-{
-    walk->path.length = walk->deepest->pathlength;
-    if (!vel_dirwalk_reserve(&walk->path, 1))
-        return false;
-    walk->path.bytes[walk->path.length++] = vel_dir_separator();
-    return vel_dirwalk_append(&walk->path, name);
-}
 
 static inline DIR *vel_dirwalk_opendir(int directory, const char *name)
 {
@@ -168,59 +162,76 @@ static DIR *vel_dirwalk_opendir_above(const vel_dirwalk_level<Twin> *level,
     return nullptr;
 }
 
-/* Opens the parked directory above the deepest. On false the walk cannot go on, which is logged. */
+/* Opens the parked directory above the deepest; its path comes later. On false the walk cannot go
+ * on, which is logged. */
 template <typename Twin> static bool vel_dirwalk_unpark(vel_dirwalk<Twin> *walk)
 {
     vel_dirwalk_level<Twin> *level = walk->deepest->parent;
-    char *end = walk->path.bytes + level->pathlength;
-    const char cut = *end;
-    *end = '\0';
+    char *path = walk->deepest->dir->path;
+    const char cut = path[level->pathlength];
+    path[level->pathlength] = '\0';
     level->dir = vel_dircore_create<Twin>();
     const bool attached =
         level->dir &&
-        vel_dircore_attach<Twin>(level->dir, vel_dirwalk_opendir_above(walk->deepest, level),
-                                 walk->path.bytes);
+        vel_dircore_attach<Twin>(level->dir, vel_dirwalk_opendir_above(walk->deepest, level), path);
     if (!attached)
-        VEL_LOG_IN(Twin::module, 13, "unable to open directory %s", walk->path.bytes);
-    *end = cut;
+        VEL_LOG_IN(Twin::module, 13, "unable to open directory %s", path);
+    path[level->pathlength] = cut;
     walk->highest = level;
     walk->opencount++;
     return attached;
 }
 
-template <typename Twin> static void vel_dirwalk_destroy(vel_dirwalk_level<Twin> *level)
+/* A new level below the deepest. Few trees need a block for it. */
+template <typename Twin>
+static vel_dirwalk_level<Twin> *vel_dirwalk_create_level(vel_dirwalk<Twin> *walk)
+{
+    using level_type = vel_dirwalk_level<Twin>;
+    if (walk->depth < vel_dirwalk_most_open) {
+        level_type *level = &walk->levels[walk->depth];
+        *level = {};
+        return level;
+    }
+    auto *level = static_cast<level_type *>(vel_cmalloc(sizeof(level_type)));
+    if (!level) {
+        VEL_LOG_IN(Twin::module, 7, "not enough memory for directory handle");
+        return nullptr;
+    }
+    level->allocated = true;
+    return level;
+}
+
+template <typename Twin> static void vel_dirwalk_destroy_level(vel_dirwalk_level<Twin> *level)
 {
     if (level->dir)
         Twin::destroy(level->dir);
     if (level->names.bytes)
         vel_free(level->names.bytes);
-    vel_free(level);
+    if (level->allocated)
+        vel_free(level);
 }
 
 /* Opens the directory of a new level. On false the caller destroys what there is. */
 template <typename Twin>
-static bool vel_dirwalk_build(vel_dirwalk_level<Twin> *level, int directory, const char *name,
-                              const char *path)
+static bool vel_dirwalk_build_level(vel_dirwalk_level<Twin> *level, int directory, const char *name,
+                                    const char *path)
 {
     level->pathlength = strlen(path);
     level->dir = vel_dircore_create<Twin>();
-    return level->dir &&
+    return level->dir && vel_dircore_copy_path<Twin>(level->dir, path) &&
            vel_dircore_attach<Twin>(level->dir, vel_dirwalk_opendir(directory, name), path);
 }
 
-/* Goes into a directory, whose path is the one at hand. On false it stays, which is logged. */
+/* Goes into a directory. On false it stays, which is logged. */
 template <typename Twin>
-static bool vel_dirwalk_enter(vel_dirwalk<Twin> *walk, int directory, const char *name)
+static bool vel_dirwalk_enter(vel_dirwalk<Twin> *walk, int directory, const char *name,
+                              const char *path)
 {
-    using level_type = vel_dirwalk_level<Twin>;
-    const char *path = walk->path.bytes;
-    auto *level = static_cast<level_type *>(vel_cmalloc(sizeof(level_type)));
-    if (!level)
-        VEL_LOG_IN(Twin::module, 7, "not enough memory for directory handle");
-    if (!level || !vel_dirwalk_build(level, directory, name, path)) {
+    vel_dirwalk_level<Twin> *level = vel_dirwalk_create_level(walk);
+    if (!level || !vel_dirwalk_build_level(level, directory, name, path)) {
         VEL_LOG_IN(Twin::module, 13, "unable to open directory %s", path);
         if (level)
-            vel_dirwalk_destroy(level);
+            vel_dirwalk_destroy_level(level);
         return false;
     }
     level->parent = walk->deepest;
@@ -229,6 +240,7 @@ static bool vel_dirwalk_enter(vel_dirwalk<Twin> *walk, int directory, const char
     else
         walk->highest = level;
     walk->deepest = level;
+    walk->depth++;
     if (++walk->opencount > vel_dirwalk_most_open)
         vel_dirwalk_park(walk);
     return true;
@@ -239,70 +251,102 @@ template <typename Twin> static void vel_dirwalk_pop(vel_dirwalk<Twin> *walk)
 {
     vel_dirwalk_level<Twin> *level = walk->deepest;
     walk->deepest = level->parent;
+    walk->depth--;
     walk->opencount--;
-    vel_dirwalk_destroy(level);
+    vel_dirwalk_destroy_level(level);
+}
+
+/* Removes an emptied directory below the deepest, or the top. Returns false if it stays, which is
+ * logged. */
+template <typename Twin>
+static bool vel_dirwalk_remove_directory(const vel_dirwalk<Twin> *walk, const char *path)
+{
+    const vel_dirwalk_level<Twin> *parent = walk->deepest;
+    const int result = parent ? unlinkat(vel_dirwalk_descriptor(parent),
+                                         path + parent->pathlength + 1, AT_REMOVEDIR)
+                              : vel_rmdir(path);
+    if (result == 0)
+        return true;
+    const int platformerrno = errno;
+    VEL_LOG_IN(Twin::module, 7, "unable to remove directory '%s', errno %d", path, platformerrno);
+    return false;
 }
 
 /* Leaves the deepest directory, and removes it if nothing stays in it. On false the walk cannot go
  * on. */
 template <typename Twin> static bool vel_dirwalk_leave(vel_dirwalk<Twin> *walk)
 {
-    vel_dirwalk_level<Twin> *parent = walk->deepest->parent;
-    const bool incomplete = walk->deepest->incomplete;
-    const char *path = walk->path.bytes;
-    walk->path.bytes[walk->deepest->pathlength] = '\0';
+    vel_dirwalk_level<Twin> *level = walk->deepest, *parent = level->parent;
     if (parent && !parent->dir && !vel_dirwalk_unpark(walk))
         return false;
+    const bool incomplete = level->incomplete;
+    char *path = level->dir->path;
+    level->dir->path = nullptr;
     vel_dirwalk_pop(walk);
 
-    const int directory = parent ? vel_dirwalk_descriptor(parent) : AT_FDCWD;
-    const char *name = parent ? path + parent->pathlength + 1 : path;
-    bool stays = incomplete;
-    if (!stays && unlinkat(directory, name, AT_REMOVEDIR) != 0) {
-        const int platformerrno = errno;
-        VEL_LOG_IN(Twin::module, 7, "unable to remove directory '%s', errno %d", path,
-                   platformerrno);
-        stays = true;
+    if (incomplete || !vel_dirwalk_remove_directory(walk, path)) {
+        if (parent)
+            parent->incomplete = true;
+        else
+            walk->result = -1;
     }
-    if (!stays)
-        return true;
-    if (parent)
-        parent->incomplete = true;
-    else
-        walk->result = -1;
+    if (parent && !parent->dir->path) { /* was parked: its path is the beginning of this one */
+        path[parent->pathlength] = '\0';
+        parent->dir->path = path;
+    } else {
+        vel_free(path);
+    }
     return true;
+}
+
+/* Looks at an entry of the deepest directory. Returns NULL, logged, if that cannot be done. */
+template <typename Twin>
+static const vel_statcore *vel_dirwalk_lstat(const vel_dirwalk_level<Twin> *level, const char *name)
+{
+    const int directory = vel_dirwalk_descriptor(level);
+    const auto lstat = [=](vel_statcore *stat, const char *) {
+        return vel_statcore_lstat_at(stat, directory, name);
+    };
+    if (vel_dircore_lstat_name<Twin>(level->dir, name, lstat))
+        return level->dir->*Twin::stat;
+    VEL_LOG_IN(Twin::module, 6, "calling stat() has failed");
+    return nullptr;
 }
 
 /* Removes an entry of the deepest directory, or goes into it. Returns false if it stays, which is
  * logged. What cannot be looked at is taken for a file. A link to a directory is deleted as one, too,
- * but that takes another call on some platforms, and has its own line. */
+ * but that takes another call on some platforms, and has its own lines. */
 template <typename Twin>
-static bool vel_dirwalk_remove_entry(vel_dirwalk<Twin> *walk, const char *name)
+static bool vel_dirwalk_remove_path(vel_dirwalk<Twin> *walk, const char *name, const char *path)
 {
-    if (!vel_dirwalk_set_path(walk, name)) {
-        VEL_LOG_IN(Twin::module, 7, "not enough memory for path");
-        return false;
-    }
-    const char *path = walk->path.bytes;
     const int directory = vel_dirwalk_descriptor(walk->deepest);
-    vel_statcore stat;
-    if (vel_statcore_lstat_at(&stat, directory, name) != 0) {
-        VEL_LOG_IN(Twin::module, 7, "unable to stat '%s'", path);
-        VEL_LOG_IN(Twin::module, 6, "calling stat() has failed");
-    }
-    if (vel_statcore_is_directory(&stat) != 1) {
+    const vel_statcore *stat = vel_dirwalk_lstat(walk->deepest, name);
+    if (!stat || vel_statcore_is_directory(stat) != 1) {
         Twin::deletes(path);
         if (unlinkat(directory, name, 0) == 0)
             return true;
         VEL_LOG_IN(Twin::module, 7, "unable to delete file '%s'", path);
         return false;
     }
-    if (vel_statcore_is_symlink(&stat) == 0)
-        return vel_dirwalk_enter(walk, directory, name);
+    if (vel_statcore_is_symlink(stat) == 0)
+        return vel_dirwalk_enter(walk, directory, name, path);
     if (unlinkat(directory, name, 0) == 0)
         return true;
     VEL_LOG_IN(Twin::module, 7, "unable to delete symbolic link '%s'", path);
     return false;
+}
+
+template <typename Twin>
+static bool vel_dirwalk_remove_entry(vel_dirwalk<Twin> *walk, const char *name)
+{
+    char *path = vel_strdupf("%s%c%s", walk->deepest->dir->path, vel_dir_separator(), name);
+    if (!path) {
+        VEL_LOG_IN(Twin::module, 7, "not enough memory for path");
+        return false;
+    }
+    const bool removed = vel_dirwalk_remove_path(walk, name, path);
+    vel_free(path);
+    return removed;
 }
 
 /* Removes what the walk has entered, as far as that can be done. */
@@ -331,18 +375,11 @@ template <typename Twin> static void vel_dirwalk_run(vel_dirwalk<Twin> *walk)
 template <typename Twin> static int vel_dircore_remove_tree(const char *path)
 {
     vel_dirwalk<Twin> walk = {};
-    if (!vel_dirwalk_append(&walk.path, path)) {
-        VEL_LOG_IN(Twin::module, 7, "not enough memory for path '%s'", path);
-        VEL_LOG_IN(Twin::module, 13, "unable to open directory %s", path);
+    if (!vel_dirwalk_enter(&walk, AT_FDCWD, path, path))
         return -1;
-    }
-    if (vel_dirwalk_enter(&walk, AT_FDCWD, path))
-        vel_dirwalk_run(&walk);
-    else
-        walk.result = -1;
+    vel_dirwalk_run(&walk);
     while (walk.deepest)
         vel_dirwalk_pop(&walk);
-    vel_free(walk.path.bytes);
     return walk.result;
 }
 

@@ -2,13 +2,11 @@
 
 #include <vellib/velmalloc.h>
 
-#include "io/velstat_core.h"
+#include "io/velstat_internal.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 
 #define VEL_MODULE "io/velstat"
-
-struct velstat : vel_statcore {};
 
 velstat *vel_stat_create(void)
 {

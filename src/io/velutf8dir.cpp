@@ -5,12 +5,12 @@
 
 #include <vellib/vellimit.h>
 #include <vellib/velmalloc.h>
-#include <vellib/velutf8stat.h>
 
 #include "io/veldir_core.h"
 #include "io/veldir_remove_core.h"
 #include "io/velnormalform_internal.h"
 #include "io/velutf8dir_internal.h"
+#include "io/velutf8stat_internal.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 

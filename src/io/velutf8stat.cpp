@@ -2,13 +2,11 @@
 
 #include <vellib/velmalloc.h>
 
-#include "io/velstat_core.h"
+#include "io/velutf8stat_internal.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 
 #define VEL_MODULE "io/velutf8stat"
-
-struct velutf8stat : vel_statcore {};
 
 velutf8stat *vel_utf8stat_create(void)
 {

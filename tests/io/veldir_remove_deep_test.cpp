@@ -17,6 +17,7 @@
 
 namespace fs = std::filesystem;
 using support::dir_watch;
+using support::family_name;
 using support::malloc_watch;
 using lines = std::vector<support::log_line>;
 
@@ -142,7 +143,8 @@ template <typename Family> class VeldirRemoveDeep : public VeldirRemoveDepth<Fam
     }
 
     /* Removes a tree while something fails: the result tells whether all is gone, a line of level 7
-     * tells what failed, and no descriptor is lost. Then the rest is removed. */
+     * tells what failed, and no descriptor is lost. Then the rest is removed. A file that there is
+     * no memory to look at goes all the same. */
     template <typename Remove> bool remove_with(Remove remove)
     {
         make();
@@ -152,7 +154,9 @@ template <typename Family> class VeldirRemoveDeep : public VeldirRemoveDepth<Fam
         EXPECT_EQ(result == 0, !fs::exists("top"));
         size_t said = 0;
         for (const support::log_line &one : this->log.take()) {
-            said += one.level == 7;
+            said += one.level == 7 && one.text != "not enough memory for stat path" &&
+                    !one.text.starts_with("unable to create ") &&
+                    !one.text.ends_with(family_name<Family>("stat"));
             /* what is known to hold something is not tried */
             EXPECT_FALSE(one.text.starts_with("unable to remove directory")) << one;
         }
@@ -238,14 +242,14 @@ TYPED_TEST(VeldirRemoveDeep, EachAllocationFails)
     bool completed = false;
     size_t number = 1;
     for (; !completed && number < 10000; number += 7)
-        completed = this->remove_with([=] {
+        this->remove_with([&completed, number] {
             const malloc_watch memory(number);
             const int result = TypeParam::dir_remove_recursive("top");
-            EXPECT_EQ(result != 0, memory.count() >= number) << number;
+            completed = memory.count() < number;
             return result;
         });
     EXPECT_TRUE(completed);
-    EXPECT_GT(number, 80u);
+    EXPECT_GT(number, 300u);
 }
 
 /* The tree is moved away while the walk is far below: it ends, and touches nothing else. */

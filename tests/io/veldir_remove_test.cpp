@@ -419,19 +419,55 @@ TYPED_TEST(VeldirRemove, NamesThatThePlatformRefuses)
 TYPED_TEST(VeldirRemove, WithoutMemory)
 {
     const std::string object = family_name<TypeParam>("stat");
-    const support::log_line notopen = this->line(13, "unable to open directory top");
+    const support::log_line noobject =
+        support::path_test<TypeParam>::line("stat", 7, "not enough memory for " + object);
+    const support::log_line nostat = this->line(6, "calling stat() has failed");
+    const support::log_line nodelete = this->line(7, "unable to delete file 'top/below'");
+    const auto notopen = [this](const std::string &line, const std::string &path) {
+        return lines{this->line(7, line), this->line(13, "unable to open directory " + path)};
+    };
+    const auto notseen = [&](lines first) {
+        first.push_back(nostat);
+        for (const support::log_line &one : this->announced("top/below", {nodelete}))
+            first.push_back(one);
+        return first;
+    };
     const std::vector<lines> expected = {
-        {support::path_test<TypeParam>::line("stat", 7, "not enough memory for " + object),
-         this->line(7, "not enough memory for " + object + " context")},
-        {this->line(7, "not enough memory for path 'top'"), notopen},
-        {this->line(7, "not enough memory for directory handle"), notopen},
-        {this->line(7, "not enough memory for path")}};
-    fs::create_directory("top");
-    support::write_file("top/file", "");
+        {noobject, this->line(7, "not enough memory for " + object + " context")},
+        notopen("not enough memory for directory handle", "top"),
+        notopen("not enough memory for path 'top'", "top"),
+        {this->line(7, "not enough memory for path")},
+        notseen({noobject, this->line(7, "unable to create " + object + " context")}),
+        notseen({this->line(7, "not enough memory for stat path")}),
+        notopen("not enough memory for directory handle", "top/below"),
+        notopen("not enough memory for path 'top/below'", "top/below")};
+    fs::create_directories("top/below");
     EXPECT_EQ(support::each_failure(this->log, "io/",
                                     [] { return TypeParam::dir_remove_recursive("top") == 0; }),
               expected);
     EXPECT_EQ(this->paths_here(), (std::set<std::string>{}));
+}
+
+/* A file that there is no memory to look at goes all the same. */
+TYPED_TEST(VeldirRemove, FileIsNotLookedAtWithoutMemory)
+{
+    const std::string object = family_name<TypeParam>("stat");
+    const support::log_line nostat = this->line(6, "calling stat() has failed");
+    const lines expected[] = {
+        {support::path_test<TypeParam>::line("stat", 7, "not enough memory for " + object),
+         this->line(7, "unable to create " + object + " context"), nostat},
+        {this->line(7, "not enough memory for stat path"), nostat}};
+    support::warm_log(this->log);
+    for (size_t failing : {5, 6}) {
+        fs::create_directory("top");
+        support::write_file("top/file", "");
+        {
+            const malloc_watch memory(failing);
+            EXPECT_EQ(TypeParam::dir_remove_recursive("top"), 0);
+        }
+        EXPECT_EQ(this->take_but_announcements({"top/file"}), expected[failing - 5]);
+        EXPECT_FALSE(fs::exists("top"));
+    }
 }
 
 template <typename Family> class VeldirRemoveDeathTest : public VeldirRemove<Family> {
