@@ -313,6 +313,16 @@ static const vel_statcore *vel_dirwalk_lstat(const vel_dirwalk_level<Twin> *leve
     return nullptr;
 }
 
+/* Deletes a link to a directory; name and path are the same outside the walk. */
+template <typename Twin>
+static int vel_dirwalk_delete_link(int directory, const char *name, const char *path)
+{
+    const int result = directory == AT_FDCWD ? vel_deletefile(path) : unlinkat(directory, name, 0);
+    if (result != 0)
+        VEL_LOG_IN(Twin::module, 7, "unable to delete '%s'", path);
+    return result;
+}
+
 /* Removes an entry of the deepest directory, or goes into it. Returns false if it stays, which is
  * logged. What cannot be looked at is taken for a file. A link to a directory is deleted as one, too,
  * but that takes another call on some platforms, and has its own lines. */
@@ -330,7 +340,7 @@ static bool vel_dirwalk_remove_path(vel_dirwalk<Twin> *walk, const char *name, c
     }
     if (vel_statcore_is_symlink(stat) == 0)
         return vel_dirwalk_enter(walk, directory, name, path);
-    if (unlinkat(directory, name, 0) == 0)
+    if (vel_dirwalk_delete_link<Twin>(directory, name, path) == 0)
         return true;
     VEL_LOG_IN(Twin::module, 7, "unable to delete symbolic link '%s'", path);
     return false;
@@ -410,11 +420,7 @@ template <typename Twin> static int vel_dircore_remove_recursive(const char *pat
         return -1;
     if (islink == 0)
         return vel_dircore_remove_tree<Twin>(path);
-
-    const int result = vel_deletefile(path);
-    if (result != 0)
-        VEL_LOG_IN(Twin::module, 7, "unable to delete '%s'", path);
-    return result;
+    return vel_dirwalk_delete_link<Twin>(AT_FDCWD, path, path);
 }
 
 #endif
