@@ -45,6 +45,13 @@ static bool vel_log_text_add_int(vel_log_text *text, int value)
     return vel_log_text_add_number(text, value < 0 ? 0 - bits : bits, value < 0);
 }
 
+/* Terminates the text, and returns its length. */
+static int vel_log_text_end(vel_log_text *text, const char *begin)
+{
+    *text->next = '\0';
+    return static_cast<int>(text->next - begin);
+}
+
 /* Formats what has no conversions but %s, %d and %lu. Returns false for anything else. */
 static bool vel_log_text_format(vel_log_text *text, const char *format, va_list ap)
 {
@@ -81,22 +88,10 @@ static int vel_log_vsnprintf(char *str, size_t size, const char *format, va_list
         va_copy(again, ap);
         const bool done = vel_log_text_format(&text, format, again);
         va_end(again);
-        if (done) {
-            *text.next = '\0';
-            return static_cast<int>(text.next - str);
-        }
+        if (done)
+            return vel_log_text_end(&text, str);
     }
     return vel_vsnprintf(str, size, format, ap);
-}
-
-[[gnu::format(printf, 3, 4)]] static int vel_log_snprintf(char *str, size_t size,
-                                                          const char *format, ...)
-{
-    va_list ap;
-    va_start(ap, format);
-    const int result = vel_log_vsnprintf(str, size, format, ap);
-    va_end(ap);
-    return result;
 }
 
 /* Makes room for count characters and the NUL; what the buffer held is lost. */
@@ -200,12 +195,24 @@ void vel_log_macro_set_values(vellog *vellog, int level, const char *file, int l
 
 static const char vel_log_prefix_format[] = "%s:%d[%d]";
 
+/* Does what vel_snprintf does with the format of the prefix, and sooner for what fits. */
+static int vel_log_write_prefix(char *str, size_t size, const char *file, int line, int level)
+{
+    if (size > 0 && file) {
+        vel_log_text text = {str, str + size - 1};
+        if (vel_log_text_add(&text, file, strlen(file)) && vel_log_text_add(&text, ":", 1) &&
+            vel_log_text_add_int(&text, line) && vel_log_text_add(&text, "[", 1) &&
+            vel_log_text_add_int(&text, level) && vel_log_text_add(&text, "]", 1))
+            return vel_log_text_end(&text, str);
+    }
+    return vel_snprintf(str, size, vel_log_prefix_format, file, line, level);
+}
+
 /* Gives the prefix, or NULL where the message has to go out without. */
 static const char *vel_log_macro_format_prefix(vellog *vellog, const char *file, int line,
                                                int level)
 {
-    int res = vel_log_snprintf(vellog->prefix, vellog->prefixlen, vel_log_prefix_format, file, line,
-                               level);
+    int res = vel_log_write_prefix(vellog->prefix, vellog->prefixlen, file, line, level);
     if (res < 0)
         return nullptr;
     auto count = static_cast<size_t>(res);
@@ -213,8 +220,7 @@ static const char *vel_log_macro_format_prefix(vellog *vellog, const char *file,
         if (!vel_log_reserve(&vellog->prefix, &vellog->prefixlen, count))
             return nullptr;
         VEL_ASSERT(vellog->prefixlen > count);
-        res = vel_log_snprintf(vellog->prefix, vellog->prefixlen, vel_log_prefix_format, file, line,
-                               level);
+        res = vel_log_write_prefix(vellog->prefix, vellog->prefixlen, file, line, level);
         VEL_ASSERT(res >= 0);
         count = static_cast<size_t>(res);
     }
