@@ -42,7 +42,8 @@ VEL_API velinifile *vel_inifile_create(vel_error_t *error_out);
  * Returns the object, for vel_inifile_destroy, or NULL.
  * Note: an object can come with an error: after VEL_ERROR_GENERIC and VEL_ERROR_OUT_OF_RANGE, and
  * after VEL_ERROR_NO_MEMORY if it was the buffer of a line, it has the lines read so far. Look at
- * *error_out, and destroy what is not NULL. */
+ * *error_out, and destroy what is not NULL.
+ * Note: a line of 4 GiB aborts the process. */
 VEL_API velinifile *vel_inifile_create_from_file(const char *filename, vel_error_t *error_out);
 
 /* Destroys an object. */
