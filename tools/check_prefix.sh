@@ -20,18 +20,25 @@ for header in "$root"/include/vellib/*.h; do
     [ -e "$prefix/include/vellib/$(basename "$header")" ] || { echo "$header is not installed"; exit 1; }
 done
 
-for source in "$root"/examples/*.c; do
+for source in "$root"/examples/vel*.c; do
     name=$(basename "$source" .c)
     warnings='-std=c99 -pedantic -Wall -Wextra -Werror -D_POSIX_C_SOURCE=200809L'
     # shellcheck disable=SC2046,SC2086
-    cc $warnings -o "$work/$name" "$source" $(pkg-config --cflags --libs vellib)
+    cc $warnings -o "$work/$name" "$source" "$root/examples/common.c" $(pkg-config --cflags --libs vellib)
     LD_LIBRARY_PATH=$libdir "$work/$name" --version >/dev/null
     # shellcheck disable=SC2046,SC2086
-    cc $warnings -o "$work/$name-static" "$source" $(pkg-config --cflags vellib) "$libdir/libvellib.a" \
+    cc $warnings -o "$work/$name-static" "$source" "$root/examples/common.c" \
+        $(pkg-config --cflags vellib) "$libdir/libvellib.a" \
         $(pkg-config --libs-only-other --static vellib)
     "$work/$name-static" --version >/dev/null
     ldd "$work/$name-static" | grep -E 'vellib|stdc\+\+' && { echo "$name-static is not static"; exit 1; }
 done
+
+# A program in the directory bin finds its catalogues.
+mkdir -p "$prefix/bin"
+cp "$work/velini-static" "$prefix/bin/velini"
+LC_ALL=de_DE.UTF-8 "$prefix/bin/velini" --help | grep -q '^Aufruf: velini' ||
+    { echo 'the installed catalogues are not found'; exit 1; }
 
 # The first program of the README compiles as it stands there, and says why it fails.
 sed -n '/^```c$/,/^```$/{/^```/d;p}' "$root/README.md" >"$work/first.c"
@@ -70,7 +77,7 @@ for kind in OFF ON; do
     cmake -S "$root/examples" -B "$work/cmake-$kind" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
         -DVEL_EXAMPLES_STATIC=$kind >/dev/null
     cmake --build "$work/cmake-$kind" >/dev/null
-    for source in "$root"/examples/*.c; do
+    for source in "$root"/examples/vel*.c; do
         "$work/cmake-$kind/$(basename "$source" .c)" --version >/dev/null
     done
 done

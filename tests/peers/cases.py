@@ -17,6 +17,9 @@ import time
 import unittest
 import xml.etree.ElementTree as ET
 
+# Programs speak English here, whoever runs the tests.
+os.environ["LC_ALL"] = "C.UTF-8"
+
 # A limit for whatever should take no time at all, on a machine that is busy.
 LONG = 60
 
