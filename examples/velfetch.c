@@ -6,8 +6,6 @@
 #define _FILE_OFFSET_BITS 64
 
 #include <errno.h>
-#include <getopt.h>
-#include <inttypes.h>
 #include <signal.h>
 #include <stdarg.h>
 #include <stdint.h>
@@ -18,7 +16,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <vellib/vellib.h>
+#include "common.h"
 
 enum {
     FAILED = 1,
@@ -36,31 +34,21 @@ enum {
     FAILED_SIGNAL = 128 /* and the number of the signal */
 };
 
-static const char usage[] =
-    "usage: velfetch [OPTION]... URL\n"
-    "Fetches an http:// URL, following redirects.\n"
-    "\n"
-    "  -o, --output FILE         write the body to FILE, not to standard output\n"
-    "  -H, --header LINE         send this header line too; may be repeated\n"
-    "  -X, --method METHOD       GET by default, or POST with -d\n"
-    "  -d, --data DATA|@FILE     send DATA, or what is in FILE\n"
-    "      --proxy HOST:PORT     go through an HTTP proxy\n"
-    "      --proxy-user USER:PASSWORD\n"
-    "                            what to tell the proxy\n"
-    "      --timeout S           limit for all of it, in seconds; none by default\n"
-    "      --idle-timeout S      limit for silence, in seconds; 30 by default\n"
-    "  -v, --verbose             show the log of the library; twice: all of it\n"
-    "      --help, --version\n"
-    "\n"
-    "Only the body of an answer with status 200 is written. It is gathered beside FILE, in\n"
-    "FILE.XXXXXX, which takes the place of FILE when it is complete; whatever fails, a FILE that\n"
-    "was there stays as it was. Anything but a regular file is written to directly.\n"
-    "While the name of a host is looked up, an interrupt waits for the answer; a second one ends\n"
-    "the program at once.\n"
-    "\n"
-    "Exit codes: 0 status 200; 1 out of memory; 2 usage; 3 URL; 6 host name not resolved; 7 not\n"
-    "connected; 8 reply not understood; 18 body too short; 22 other status; 23 cannot write;\n"
-    "28 time limit; 47 too many redirects; 56 connection lost; 128 + N ended by signal N.\n";
+static const char *const synopsis[] = {N_("velfetch [OPTION]... URL"), NULL};
+
+static const char *const paragraphs[] = {
+    N_("Fetches an http:// URL, following redirects."),
+    N_("Options stand before the URL. Only the body of an answer with status 200 is written. It is "
+       "gathered beside FILE, in FILE.XXXXXX, which takes the place of FILE when it is complete; "
+       "whatever fails, a FILE that was there stays as it was. Anything but a regular file is "
+       "written to directly."),
+    N_("While the name of a host is looked up, an interrupt waits for the answer; a second one "
+       "ends "
+       "the program at once."),
+    N_("Exit codes: 0 status 200; 1 out of memory; 2 usage; 3 URL; 6 host name not resolved; 7 not "
+       "connected; 8 reply not understood; 18 body too short; 22 other status; 23 cannot write; "
+       "28 time limit; 47 too many redirects; 56 connection lost; 128 + N ended by signal N."),
+    NULL};
 
 /* What has been reached of a pass; a redirect begins the next one. */
 enum stage { STAGE_ANY, STAGE_URL, STAGE_CONNECT, STAGE_TRANSFER, STAGE_REDIRECT };
@@ -71,11 +59,12 @@ struct fetch {
     enum stage stage;
     char peer[300]; /* where the pass in hand goes to, for messages */
 
-    char *proxyhost; /* NULL: no proxy */
+    char *proxytext; /* owned */
+    char *proxyhost; /* within it; NULL: no proxy */
     unsigned int proxyport;
-    char *proxyuser; /* NULL: none */
-    char *proxypassword;
-    char *proxyheader; /* owned */
+    char *proxyuser;     /* owned; NULL: none */
+    char *proxypassword; /* within it */
+    char *proxyheader;   /* owned */
 
     const char *filename; /* NULL: standard output */
     char *targetname;     /* owned; what filename stands for, unless it is not a regular file */
@@ -86,7 +75,7 @@ struct fetch {
     int64_t current, total; /* bytes of the body; -1 is unknown */
     int ishead;             /* no body will come, whatever its length is said to be */
     const char *method;     /* NULL: by default */
-    int verbose;
+    int verbose, traces;    /* whether the log is shown, and whether all of it */
     int showsbar;
     veltimer *veltimer; /* since the pass began */
 };
@@ -116,29 +105,24 @@ static void show_line(const char *text)
     fprintf(stderr, "\r%-*.*s", width, width, text);
 }
 
-/* Prints the one line that says what went wrong; returns the exit code. What it quotes may come from
- * a server, so nothing in it may steer the terminal. */
-static int fail(struct fetch *fetch, int code, const char *format, ...)
+/* Prints the one line that says what went wrong; returns the exit code. */
+static int COMMON_PRINTF(3, 4) fail(struct fetch *fetch, int code, const char *format, ...)
 {
-    char text[2000];
     va_list arguments;
 
-    va_start(arguments, format);
-    vsnprintf(text, sizeof(text), format, arguments);
-    va_end(arguments);
-    for (char *byte = text; *byte; byte++)
-        *byte = (unsigned char)*byte < ' ' || *byte == 127 ? '?' : *byte;
     if (fetch->showsbar) {
         show_line("");
         fputc('\r', stderr);
     }
-    fprintf(stderr, "velfetch: %s\n", text);
+    va_start(arguments, format);
+    common_fail_list(code, format, arguments);
+    va_end(arguments);
     return code;
 }
 
 static int check(struct fetch *fetch, vel_error_t error)
 {
-    return error ? fail(fetch, FAILED, "%s", vel_error_string(error)) : 0;
+    return error ? fail(fetch, FAILED, "%s", tr(vel_error_string(error))) : 0;
 }
 
 /* Writes a number of bytes in at most 8 characters, such as "9.5 KiB". */
@@ -202,12 +186,13 @@ static void show_progress(struct fetch *fetch, int isdone)
 
     measure(fetch, isdone, &it);
     if (it.time[0])
-        snprintf(when, sizeof(when), isdone ? "in %s" : "%5s left", it.time);
+        snprintf(when, sizeof(when), isdone ? tr("in %s") : tr("%5s left"), it.time);
     if (!it.total[0])
         snprintf(facts, sizeof(facts), "%s  %s/s  %s", it.amount, it.rate, when);
-    else if (snprintf(facts, sizeof(facts), "%8s of %s  %8s/s  %s", it.amount, it.total, it.rate,
-                      when) > width)
-        snprintf(facts, sizeof(facts), "%s of %s  %s/s  %s", it.amount, it.total, it.rate, it.time);
+    else if (snprintf(facts, sizeof(facts), tr("%8s of %s  %8s/s  %s"), it.amount, it.total,
+                      it.rate, when) > width)
+        snprintf(facts, sizeof(facts), tr("%s of %s  %s/s  %s"), it.amount, it.total, it.rate,
+                 it.time);
 
     int room = width - (int)strlen(widest);
     if (it.total[0] && room >= 10) {
@@ -305,7 +290,8 @@ static vel_error_t on_pass(velhttp *velhttp, const char *scheme, const char *hos
     (void)scheme;
     fetch->stage = STAGE_CONNECT;
     vel_timer_start(fetch->veltimer);
-    snprintf(fetch->peer, sizeof(fetch->peer), "%s%s port %u", fetch->proxyhost ? "proxy " : "",
+    snprintf(fetch->peer, sizeof(fetch->peer),
+             fetch->proxyhost ? tr("proxy %s port %u") : tr("%s port %u"),
              fetch->proxyhost ? fetch->proxyhost : host,
              fetch->proxyhost ? fetch->proxyport : port);
     if (!fetch->proxyhost)
@@ -357,25 +343,27 @@ static const struct cause {
     const char *text; /* NULL: that of the error */
 } causes[] = {
     {STAGE_ANY, VEL_ERROR_NO_MEMORY, FAILED, NULL},
-    {STAGE_ANY, VEL_ERROR_TIMER_EXPIRED, FAILED_TIMEOUT, "the time limit has passed"},
+    {STAGE_ANY, VEL_ERROR_TIMER_EXPIRED, FAILED_TIMEOUT, N_("the time limit has passed")},
     {STAGE_ANY, VEL_ERROR_TIMED_OUT, FAILED_TIMEOUT, NULL},
     {STAGE_ANY, VEL_ERROR_CONNECTION_TIMED_OUT, FAILED_TIMEOUT, NULL},
-    {STAGE_URL, VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, "not a URL like http://host/path"},
-    {STAGE_CONNECT, VEL_ERROR_UNSUPPORTED, FAILED_URL, "only http:// is supported"},
-    {STAGE_CONNECT, VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, "the URL is not valid"},
+    {STAGE_URL, VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, N_("not a URL like http://host/path")},
+    {STAGE_CONNECT, VEL_ERROR_UNSUPPORTED, FAILED_URL, N_("only http:// is supported")},
+    {STAGE_CONNECT, VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, N_("the URL is not valid")},
     {STAGE_CONNECT, VEL_ERROR_HOST_UNRESOLVED, FAILED_RESOLVE, NULL},
-    {STAGE_CONNECT, VEL_ERROR_NOT_FOUND, FAILED_RESOLVE, "the name has no address"},
+    {STAGE_CONNECT, VEL_ERROR_NOT_FOUND, FAILED_RESOLVE, N_("the name has no address")},
     {STAGE_CONNECT, VEL_ERROR_NO_ADDRESSES_IN_FAMILY, FAILED_RESOLVE, NULL},
-    {STAGE_CONNECT, VEL_ERROR_TEMPORARY_FAILURE, FAILED_RESOLVE, "no answer from a name server"},
-    {STAGE_CONNECT, VEL_ERROR_PERMANENT_FAILURE, FAILED_RESOLVE, "the name server refuses"},
-    {STAGE_CONNECT, VEL_ERROR_END_OF_FILE, FAILED_CONNECT, "no address can be reached"},
-    {STAGE_REDIRECT, VEL_ERROR_OUT_OF_RANGE, FAILED_REDIRECTS, "too many redirects"},
-    {STAGE_REDIRECT, VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, "redirects to what is not a URL"},
-    {STAGE_REDIRECT, VEL_ERROR_PROTOCOL, FAILED_REPLY, "redirects without saying where to"},
-    {STAGE_TRANSFER, VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, "redirects to what is not a URL"},
-    {STAGE_TRANSFER, VEL_ERROR_PROTOCOL, FAILED_REPLY, "the reply is not HTTP"},
-    {STAGE_TRANSFER, VEL_ERROR_MESSAGE_TOO_LONG, FAILED_REPLY, "a header line is too long"},
-    {STAGE_ANY, VEL_ERROR_END_OF_FILE, FAILED_LOST, "the connection was closed without an answer"},
+    {STAGE_CONNECT, VEL_ERROR_TEMPORARY_FAILURE, FAILED_RESOLVE,
+     N_("no answer from a name server")},
+    {STAGE_CONNECT, VEL_ERROR_PERMANENT_FAILURE, FAILED_RESOLVE, N_("the name server refuses")},
+    {STAGE_CONNECT, VEL_ERROR_END_OF_FILE, FAILED_CONNECT, N_("no address can be reached")},
+    {STAGE_REDIRECT, VEL_ERROR_OUT_OF_RANGE, FAILED_REDIRECTS, N_("too many redirects")},
+    {STAGE_REDIRECT, VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, N_("redirects to what is not a URL")},
+    {STAGE_REDIRECT, VEL_ERROR_PROTOCOL, FAILED_REPLY, N_("redirects without saying where to")},
+    {STAGE_TRANSFER, VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, N_("redirects to what is not a URL")},
+    {STAGE_TRANSFER, VEL_ERROR_PROTOCOL, FAILED_REPLY, N_("the reply is not HTTP")},
+    {STAGE_TRANSFER, VEL_ERROR_MESSAGE_TOO_LONG, FAILED_REPLY, N_("a header line is too long")},
+    {STAGE_ANY, VEL_ERROR_END_OF_FILE, FAILED_LOST,
+     N_("the connection was closed without an answer")},
 };
 
 static int explain_error(struct fetch *fetch, enum stage stage, vel_error_t error)
@@ -391,8 +379,8 @@ static int explain_error(struct fetch *fetch, enum stage stage, vel_error_t erro
             break;
         }
     }
-    return fail(fetch, code, "%s%s: %s", stage == STAGE_CONNECT ? "cannot connect to " : "",
-                stage == STAGE_URL ? fetch->url : fetch->peer, text);
+    return fail(fetch, code, stage == STAGE_CONNECT ? tr("cannot connect to %s: %s") : "%s: %s",
+                stage == STAGE_URL ? fetch->url : fetch->peer, tr(text));
 }
 
 /* Says how the transfer ended, and gives the exit code. */
@@ -401,25 +389,26 @@ static int explain(struct fetch *fetch, vel_error_t error)
     unsigned int status = fetch->stage == STAGE_URL ? 0 : vel_http_get_status_code(fetch->velhttp);
 
     if (stopsignal)
-        return fail(fetch, FAILED_SIGNAL + stopsignal, "interrupted");
+        return fail(fetch, FAILED_SIGNAL + stopsignal, "%s", tr("interrupted"));
     if (fetch->writeerrno)
         return fail(fetch, fetch->writeerrno == ENOMEM ? FAILED : FAILED_WRITE,
-                    "cannot write %s: %s", fetch->filename ? fetch->filename : "to standard output",
-                    strerror(fetch->writeerrno));
+                    tr("cannot write %s: %s"),
+                    fetch->filename ? fetch->filename : tr("to standard output"),
+                    tr(strerror(fetch->writeerrno)));
     /* The library ends with no status at all where a proxy has refused a user. */
     if (fetch->stage == STAGE_TRANSFER && (status == 407 || (!error && status == 0)))
         return fail(fetch, FAILED_STATUS, "%s: %s", fetch->peer,
-                    fetch->proxyuser ? "the user is not accepted" : "a user is asked for");
+                    fetch->proxyuser ? tr("the user is not accepted") : tr("a user is asked for"));
     if (error) {
         int isredirect = fetch->stage == STAGE_TRANSFER && (status == 301 || status == 302);
         return explain_error(fetch, isredirect ? STAGE_REDIRECT : fetch->stage, error);
     }
     if (status != 200)
-        return fail(fetch, FAILED_STATUS, "%s: answered with status %u", fetch->peer, status);
+        return fail(fetch, FAILED_STATUS, tr("%s: answered with status %u"), fetch->peer, status);
     if (fetch->current < fetch->total && !fetch->ishead)
         return fail(fetch, FAILED_SHORT,
-                    "%s: the connection was closed after %" PRId64 " of %" PRId64 " bytes",
-                    fetch->peer, fetch->current, fetch->total);
+                    tr("%s: the connection was closed after %lld of %lld bytes"), fetch->peer,
+                    (long long)fetch->current, (long long)fetch->total);
     if (fetch->showsbar) {
         show_progress(fetch, 1);
         fputc('\n', stderr);
@@ -445,137 +434,170 @@ static int run(struct fetch *fetch)
 
 /* ---- options --------------------------------------------------------------------------------- */
 
-/* Takes "HOST:PORT" apart in place. HOST may be an IPv6 address in brackets. */
-static int set_proxy(struct fetch *fetch, char *text)
+/* Takes "HOST:PORT" apart. HOST may be an IPv6 address in brackets. */
+static vel_error_t on_proxy(const char *argument, void *context)
 {
-    char *colon = strrchr(text, ':'), *end = NULL;
+    struct fetch *fetch = context;
+    char *text = vel_strdup(argument), *end = NULL;
+    char *colon = text ? strrchr(text, ':') : NULL;
     unsigned long port = colon ? strtoul(colon + 1, &end, 10) : 0;
+
+    vel_free(fetch->proxytext);
+    fetch->proxytext = text;
+    if (!text)
+        return VEL_ERROR_NO_MEMORY;
     if (!colon || colon == text || *end || port < 1 || port > 65535)
-        return fail(fetch, FAILED_USAGE, "not a HOST:PORT: %s", text);
+        return common_refuse(tr("not a HOST:PORT"));
 
     int hasbrackets = text[0] == '[' && colon[-1] == ']';
     colon[-hasbrackets] = '\0';
     fetch->proxyhost = text + hasbrackets;
     fetch->proxyport = (unsigned int)port;
-    return 0;
+    return VEL_ERROR_NONE;
 }
 
-static int set_proxy_user(struct fetch *fetch, char *text)
+static vel_error_t on_proxy_user(const char *argument, void *context)
 {
-    char *colon = strchr(text, ':');
-    if (!colon || colon == text)
-        return fail(fetch, FAILED_USAGE, "not a USER:PASSWORD");
+    struct fetch *fetch = context;
+    char *text = vel_strdup(argument);
+    char *colon = text ? strchr(text, ':') : NULL;
+    char *encoded = text ? vel_base64_encode(text, strlen(text)) : NULL;
 
-    char *encoded = vel_base64_encode(text, strlen(text));
+    vel_free(fetch->proxyuser);
     vel_free(fetch->proxyheader);
+    fetch->proxyuser = text;
     fetch->proxyheader = encoded ? vel_strdupf("proxy-authorization: Basic %s", encoded) : NULL;
     vel_free(encoded);
+    if (!fetch->proxyheader)
+        return VEL_ERROR_NO_MEMORY;
+    if (!colon || colon == text)
+        return common_refuse(tr("not a USER:PASSWORD"));
     *colon = '\0';
-    fetch->proxyuser = text;
     fetch->proxypassword = colon + 1;
-    return check(fetch, fetch->proxyheader ? VEL_ERROR_NONE : VEL_ERROR_NO_MEMORY);
+    return VEL_ERROR_NONE;
 }
 
-static int set_data(struct fetch *fetch, const char *text)
+static vel_error_t on_header(const char *argument, void *context)
 {
-    void *data = NULL;
-    size_t length = strlen(text);
+    struct fetch *fetch = context;
 
-    if (text[0] == '@' && vel_file_data_load(text + 1, &data, &length) != 0)
-        return fail(fetch, FAILED_USAGE, "cannot read %s", text + 1);
-    vel_error_t error = vel_http_set_request_body(fetch->velhttp, data ? data : text, length);
+    if (strpbrk(argument, "\r\n") || !strchr(argument, ':'))
+        return common_refuse(tr("not a header line"));
+    return vel_http_add_header(fetch->velhttp, argument);
+}
+
+static vel_error_t on_data(const char *argument, void *context)
+{
+    struct fetch *fetch = context;
+    void *data = NULL;
+    size_t length = strlen(argument);
+
+    if (argument[0] == '@' && vel_file_data_load(argument + 1, &data, &length) != 0)
+        return errno == ENOMEM ? VEL_ERROR_NO_MEMORY : common_refuse(tr("cannot be read"));
+    vel_error_t error = vel_http_set_request_body(fetch->velhttp, data ? data : argument, length);
     vel_free(data);
     vel_http_set_method_post(fetch->velhttp);
-    return check(fetch, error);
+    return error;
 }
 
-/* Sets one of the two time limits from a number such as 2.5. */
-static int set_limit(struct fetch *fetch, const char *text,
-                     void (*set)(velhttp *, int seconds, unsigned int microseconds))
+/* Sets one of the two time limits. */
+static vel_error_t set_limit(struct fetch *fetch, const char *argument,
+                             void (*set)(velhttp *, int seconds, unsigned int microseconds))
 {
-    char *end = NULL;
-    double seconds = strtod(text, &end);
-    if (*end || !(seconds >= 0.000001 && seconds < 1e9))
-        return fail(fetch, FAILED_USAGE, "not a number of seconds: %s", text);
+    double seconds;
 
+    if (!common_parse_seconds(argument, 0.000001, &seconds))
+        return common_refuse(tr("not a number of seconds"));
     set(fetch->velhttp, (int)seconds, (unsigned int)((seconds - (int)seconds) * 1e6));
-    return 0;
+    return VEL_ERROR_NONE;
 }
 
-/* Takes one option; returns 0 or an exit code. */
-static int take_option(struct fetch *fetch, int option)
+static vel_error_t on_timeout(const char *argument, void *context)
 {
-    switch (option) {
-    case 'o':
-        fetch->filename = strcmp(optarg, "-") == 0 ? NULL : optarg;
-        return 0;
-    case 'H':
-        if (strpbrk(optarg, "\r\n") || !strchr(optarg, ':'))
-            return fail(fetch, FAILED_USAGE, "not a header line: %s", optarg);
-        return check(fetch, vel_http_add_header(fetch->velhttp, optarg));
-    case 'X':
-        fetch->method = optarg;
-        return 0;
-    case 'd':
-        return set_data(fetch, optarg);
-    case 'v':
-        fetch->verbose++;
-        return 0;
-    case 'p':
-        return set_proxy(fetch, optarg);
-    case 'u':
-        return set_proxy_user(fetch, optarg);
-    case 't':
-        return set_limit(fetch, optarg, vel_http_set_timeout);
-    case 'i':
-        return set_limit(fetch, optarg, vel_http_set_idle_timeout);
-    default:
-        fputs("Try 'velfetch --help'.\n", stderr);
+    return set_limit(context, argument, vel_http_set_timeout);
+}
+
+static vel_error_t on_idle_timeout(const char *argument, void *context)
+{
+    return set_limit(context, argument, vel_http_set_idle_timeout);
+}
+
+/* Returns whether one could not be declared. */
+static int declare_options(struct fetch *fetch, velgetopt *options)
+{
+    return vel_getopt_const_string(options, "output", 'o', &fetch->filename, tr("FILE"),
+                                   tr("Write the body to FILE, not to standard output.")) ||
+           vel_getopt_string_callback(options, "header", 'H', tr("LINE"),
+                                      tr("Send this header line too; may be repeated."), on_header,
+                                      fetch) ||
+           vel_getopt_const_string(options, "method", 'X', &fetch->method, tr("METHOD"),
+                                   tr("GET by default, or POST with -d.")) ||
+           vel_getopt_string_callback(options, "data", 'd', tr("DATA"),
+                                      tr("Send DATA, or with @FILE what is in FILE."), on_data,
+                                      fetch) ||
+           vel_getopt_string_callback(options, "proxy", 0, tr("HOST:PORT"),
+                                      tr("Go through an HTTP proxy."), on_proxy, fetch) ||
+           vel_getopt_string_callback(options, "proxy-user", 0, tr("USER:PASSWORD"),
+                                      tr("What to tell the proxy."), on_proxy_user, fetch) ||
+           vel_getopt_string_callback(options, "timeout", 0, "S",
+                                      tr("Limit for all of it, in seconds; none by default."),
+                                      on_timeout, fetch) ||
+           vel_getopt_string_callback(options, "idle-timeout", 0, "S",
+                                      tr("Limit for silence, in seconds; 30 by default."),
+                                      on_idle_timeout, fetch) ||
+           vel_getopt_flag_set(options, "verbose", 'v', &fetch->verbose,
+                               tr("Show the log of the library.")) ||
+           vel_getopt_flag_set(options, "trace", 0, &fetch->traces, tr("Show all of that log."));
+}
+
+/* Takes what the options leave over; returns 0 or an exit code. */
+static int take_operands(struct fetch *fetch, int argc, char **argv)
+{
+    const char *method = fetch->method;
+
+    if (argc != 1) {
+        common_mistake("%s", tr("one URL is needed, behind all options"));
         return FAILED_USAGE;
     }
-}
-
-/* Takes all options; returns 0, or an exit code, or -1 if there is nothing left to do. */
-static int take_options(struct fetch *fetch, int argc, char **argv)
-{
-    static const struct option options[] = {
-        {"output", required_argument, NULL, 'o'},  {"header", required_argument, NULL, 'H'},
-        {"method", required_argument, NULL, 'X'},  {"data", required_argument, NULL, 'd'},
-        {"proxy", required_argument, NULL, 'p'},   {"proxy-user", required_argument, NULL, 'u'},
-        {"timeout", required_argument, NULL, 't'}, {"idle-timeout", required_argument, NULL, 'i'},
-        {"verbose", no_argument, NULL, 'v'},       {"help", no_argument, NULL, 'h'},
-        {"version", no_argument, NULL, 'V'},       {NULL, 0, NULL, 0}};
-    int option = 0;
-
-    while ((option = getopt_long(argc, argv, "o:H:X:d:v", options, NULL)) != -1) {
-        if (option == 'h' || option == 'V') {
-            fputs(option == 'h' ? usage : "velfetch 1.0.0\n", stdout);
-            return -1;
-        }
-        int code = take_option(fetch, option);
-        if (code)
-            return code;
-    }
-    if (argc - optind != 1)
-        return fail(fetch, FAILED_USAGE, "one URL is needed; try 'velfetch --help'");
-    const char *method = fetch->method;
     if (method && (!*method || strpbrk(method, " \t\r\n")))
-        return fail(fetch, FAILED_USAGE, "not a method: %s", method);
+        return fail(fetch, FAILED_USAGE, tr("not a method: %s"), method);
 
-    char *url = argv[optind];
+    char *url = argv[0];
     url[strcspn(url, "#")] = '\0'; /* a fragment is not for the server */
     fetch->url = url;
     if (url[strcspn(url, " \t\r\n")])
-        return fail(fetch, FAILED_URL, "the URL has white space in it: %s", url);
+        return fail(fetch, FAILED_URL, tr("the URL has white space in it: %s"), url);
     fetch->ishead = method && strcmp(method, "HEAD") == 0;
+    if (fetch->filename && strcmp(fetch->filename, "-") == 0)
+        fetch->filename = NULL;
     /* Two writers on one terminal would tear the bar apart. */
+    fetch->verbose |= fetch->traces;
     fetch->showsbar =
         isatty(STDERR_FILENO) && !fetch->verbose && (fetch->filename || !isatty(STDOUT_FILENO));
     if (fetch->verbose) {
         vel_log_stderr_enable(NULL);
-        vel_log_stderr_set_level(NULL, fetch->verbose > 1 ? 16 : 8);
+        vel_log_stderr_set_level(NULL, fetch->traces ? 16 : 8);
     }
     return check(fetch, method ? vel_http_set_method(fetch->velhttp, method) : VEL_ERROR_NONE);
+}
+
+/* Takes the command line; returns 0, or an exit code, or -1 if there is nothing left to do. */
+static int take_options(struct fetch *fetch, int argc, char **argv)
+{
+    velgetopt *options = vel_getopt_create();
+    int bad = !options || declare_options(fetch, options);
+    int first = common_parse(options, bad, synopsis, paragraphs, argc, argv);
+
+    switch (first) {
+    case COMMON_DONE:
+        return -1;
+    case COMMON_MISTAKE:
+        return FAILED_USAGE;
+    case COMMON_NO_MEMORY:
+        return FAILED;
+    default:
+        return take_operands(fetch, argc - first, argv + first);
+    }
 }
 
 int main(int argc, char **argv)
@@ -584,6 +606,7 @@ int main(int argc, char **argv)
     int code = FAILED;
 
     vel_log_stderr_disable(NULL);
+    common_start("velfetch");
     vel_signal_ignore_sigpipe(); /* a closed connection is an error code, not the end */
     vel_signal_register_sigint(on_signal, NULL);
     vel_signal_register_sigterm(on_signal, NULL);
@@ -600,8 +623,11 @@ int main(int argc, char **argv)
     if (fetch.velhttp)
         vel_http_destroy(fetch.velhttp);
     vel_free(fetch.proxyheader);
+    vel_free(fetch.proxyuser);
+    vel_free(fetch.proxytext);
     vel_free(fetch.sidename);
     free(fetch.targetname);
+    common_end();
     vel_uninit();
     return code < 0 ? 0 : code;
 }

@@ -6,15 +6,13 @@
 
 #include <ctype.h>
 #include <errno.h>
-#include <getopt.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <vellib/vellib.h>
+#include "common.h"
 
 enum {
     FAILED = 1,
@@ -30,36 +28,25 @@ enum {
     FAILED_LOST = 56
 };
 
-static const char usage[] =
-    "usage: velicap [OPTION]... --url icap://HOST[:PORT]/SERVICE\n"
-    "       velicap [OPTION]... --socket PATH --url /SERVICE\n"
-    "Hands an HTTP message to an ICAP service and says what came back.\n"
-    "\n"
-    "      --respmod              the message is a response; this is the default\n"
-    "      --reqmod               the message is a request\n"
-    "      --options              no message: ask what the service can do\n"
-    "      --url URL              the service; icap+unix://ESCAPED-PATH/SERVICE is known, too\n"
-    "      --socket PATH          go through the UNIX-domain socket PATH\n"
-    "      --body FILE            the body of the message; - is standard input\n"
-    "      --request-headers FILE, --response-headers FILE\n"
-    "                             what stands before it: a first line and headers, up to an\n"
-    "                             empty line or the end of FILE\n"
-    "      --allow-204            let the service answer just that it has nothing to change\n"
-    "      --timeout S            limit for all of it, in seconds; 300 by default, 0 for none\n"
-    "  -o, --output FILE          write the body that came back to FILE; - is standard output\n"
-    "  -v, --verbose              show the log of the library; twice: all of it\n"
-    "      --help, --version\n"
-    "\n"
-    "Headers that are not given are made up around the body. If headers that are given announce\n"
-    "Transfer-Encoding: chunked, FILE must be in chunks, and so is what comes back.\n"
-    "All of it is sent before the answer is read: a service that answers while it still reads may\n"
-    "come to a stop over some MiB, until the time limit.\n"
-    "With -o, an answer that the message needs no change (status 204) writes the body that was\n"
-    "sent. Nothing is written when velicap fails.\n"
-    "\n"
-    "Exit codes: 0 status 200 or 204; 1 out of memory; 2 usage; 3 URL; 6 host name not resolved;\n"
-    "7 not connected; 8 reply not understood; 22 other status; 23 cannot write; 26 cannot read;\n"
-    "28 time limit; 56 connection lost.\n";
+static const char *const synopsis[] = {N_("velicap [OPTION]... --url icap://HOST[:PORT]/SERVICE"),
+                                       N_("velicap [OPTION]... --socket PATH --url /SERVICE"),
+                                       NULL};
+
+static const char *const paragraphs[] = {
+    N_("Hands an HTTP message to an ICAP service and says what came back."),
+    N_("Headers that are not given are made up around the body. If headers that are given announce "
+       "Transfer-Encoding: chunked, FILE must be in chunks, and so is what comes back. A file of "
+       "headers has a first line and headers, up to an empty line or its end."),
+    N_("All of it is sent before the answer is read: a service that answers while it still reads "
+       "may "
+       "come to a stop over some MiB, until the time limit."),
+    N_("With -o, an answer that the message needs no change (status 204) writes the body that was "
+       "sent. Nothing is written when velicap fails."),
+    N_("Exit codes: 0 status 200 or 204; 1 out of memory; 2 usage; 3 URL; 6 host name not "
+       "resolved; "
+       "7 not connected; 8 reply not understood; 22 other status; 23 cannot write; 26 cannot read; "
+       "28 time limit; 56 connection lost."),
+    NULL};
 
 enum method { RESPMOD, REQMOD, OPTIONS };
 static const char *const method_names[] = {"RESPMOD", "REQMOD", "OPTIONS"};
@@ -77,8 +64,9 @@ struct job {
     const char *bodyname, *requestname, *responsename, *outputname; /* NULL: not given */
     char *serviceurl;                                               /* owned; for the library */
     struct block body;
-    int isinchunks; /* the message is, by its headers */
-    int verbose;
+    int isinchunks;      /* the message is, by its headers */
+    int verbose, traces; /* whether the log is shown, and whether all of it */
+    int isresponse, isrequest, isoptions, allows204; /* what was asked for */
     char reason[300]; /* the first line in which the library said what is wrong */
 };
 
@@ -91,23 +79,9 @@ static void make_harmless(char *text)
         *text = (unsigned char)*text < ' ' || *text == 127 ? '?' : *text;
 }
 
-/* Prints the one line that says what went wrong; returns the exit code. */
-static int fail(int code, const char *format, ...)
-{
-    char text[2000];
-    va_list arguments;
-
-    va_start(arguments, format);
-    vsnprintf(text, sizeof(text), format, arguments);
-    va_end(arguments);
-    make_harmless(text);
-    fprintf(stderr, "velicap: %s\n", text);
-    return code;
-}
-
 static int fail_memory(void)
 {
-    return fail(FAILED, "%s", vel_error_string(VEL_ERROR_NO_MEMORY));
+    return common_fail(FAILED, "%s", tr(vel_error_string(VEL_ERROR_NO_MEMORY)));
 }
 
 /* Keeps the first line of those that say what is wrong; the others only say where that came up. */
@@ -154,9 +128,10 @@ static int read_file(const char *filename, struct block *block)
 
     if (file && !isstdin)
         vel_file_close(file);
-    return result == 0 ? 0
-                       : fail(FAILED_READ, "cannot read %s: %s",
-                              isstdin ? "standard input" : filename, strerror(readerrno));
+    return result == 0
+               ? 0
+               : common_fail(FAILED_READ, tr("cannot read %s: %s"),
+                             isstdin ? tr("standard input") : filename, tr(strerror(readerrno)));
 }
 
 /* Copies headers up to their empty line, every line with the end that the wire wants. */
@@ -198,8 +173,8 @@ static int read_headers(const char *filename, int isresponse, struct block *head
     if (!code && take_lines(&text, headers) != 0)
         code = fail_memory();
     if (!code && !begins_well(headers, isresponse))
-        code = fail(FAILED_READ, "%s: the first line must be like \"%s\"", filename,
-                    isresponse ? "HTTP/1.1 200 OK" : "GET http://host/path HTTP/1.1");
+        code = common_fail(FAILED_READ, tr("%s: the first line must be like \"%s\""), filename,
+                           isresponse ? "HTTP/1.1 200 OK" : "GET http://host/path HTTP/1.1");
     vel_free(text.data);
     return code;
 }
@@ -276,7 +251,8 @@ static int set_headers(struct job *job, const struct headers_kind *kind, const c
     if (!code) {
         vel_error_t error = kind->set(job->velicap, headers.data, headers.size);
         if (error == VEL_ERROR_INVALID_SYNTAX)
-            code = fail(FAILED_READ, "%s: a line without a colon among the headers", filename);
+            code = common_fail(FAILED_READ, tr("%s: a line without a colon among the headers"),
+                               filename);
         else if (error)
             code = fail_memory();
     }
@@ -317,8 +293,9 @@ static int check_chunks(struct job *job)
         return fail_memory();
     if (!job->isinchunks || job->body.size == 0 || looks_chunked(&job->body))
         return 0;
-    return fail(FAILED_READ, "%s is not in chunks; take Transfer-Encoding out of the headers",
-                job->bodyname);
+    return common_fail(FAILED_READ,
+                       tr("%s is not in chunks; take Transfer-Encoding out of the headers"),
+                       job->bodyname);
 }
 
 static int set_message(struct job *job)
@@ -363,12 +340,12 @@ static int use_socket(struct job *job, velurl *velurl)
     const char *path = job->url;
 
     if (strlen(job->socketpath) >= sizeof(address.sun_path))
-        return fail(FAILED_URL, "%s: a path of a socket has at most %lu bytes", job->socketpath,
-                    (unsigned long)sizeof(address.sun_path) - 1);
+        return common_fail(FAILED_URL, tr("%s: a path of a socket has at most %lu bytes"),
+                           job->socketpath, (unsigned long)sizeof(address.sun_path) - 1);
     if (path[0] != '/') {
         if (vel_url_set_url(velurl, path) != VEL_ERROR_NONE ||
             strcmp(vel_url_get_scheme(velurl), "icap") != 0)
-            return fail(FAILED_URL, "%s: with --socket, --url is /SERVICE", path);
+            return common_fail(FAILED_URL, tr("%s: with --socket, --url is /SERVICE"), path);
         path = vel_url_get_localpart(velurl);
     }
     job->serviceurl = make_socket_url(job->socketpath, path);
@@ -382,13 +359,14 @@ static int use_url(struct job *job, velurl *velurl)
     if (error == VEL_ERROR_NO_MEMORY)
         return fail_memory();
     if (error || !*vel_url_get_host(velurl))
-        return fail(FAILED_URL, "%s: not a URL like icap://host/service", job->url);
+        return common_fail(FAILED_URL, tr("%s: not a URL like icap://host/service"), job->url);
     if (strcmp(vel_url_get_scheme(velurl), "icap") == 0) {
         unsigned int port = vel_url_get_port(velurl);
         if (port < 1 || port > 65535)
-            return fail(FAILED_URL, "%s: a port is a number from 1 to 65535", job->url);
+            return common_fail(FAILED_URL, tr("%s: a port is a number from 1 to 65535"), job->url);
     } else if (strcmp(vel_url_get_scheme(velurl), "icap+unix") != 0) {
-        return fail(FAILED_URL, "%s: only icap:// and icap+unix:// are supported", job->url);
+        return common_fail(FAILED_URL, tr("%s: only icap:// and icap+unix:// are supported"),
+                           job->url);
     }
     job->serviceurl = vel_strdup(job->url);
     return job->serviceurl ? 0 : fail_memory();
@@ -435,9 +413,9 @@ static int save(const struct job *job, const struct block *body)
         result = vel_file_data_save(job->outputname, body->data, body->size);
     else if (vel_file_write(stdout, body->data, body->size) != body->size)
         result = -1;
-    return result == 0
-               ? 0
-               : fail(FAILED_WRITE, "cannot write %s: %s", job->outputname, strerror(errno));
+    return result == 0 ? 0
+                       : common_fail(FAILED_WRITE, tr("cannot write %s: %s"), job->outputname,
+                                     tr(strerror(errno)));
 }
 
 /* Says what became of the body, and saves it. */
@@ -448,7 +426,7 @@ static int take_body(struct job *job, FILE *out)
     int code;
 
     if (isunchanged) {
-        fprintf(out, "Nothing to change\n");
+        fprintf(out, "%s\n", tr("Nothing to change"));
         return save(job, &job->body);
     }
     vel_error_t error = vel_icap_get_response_body_and_size(job->velicap, &body.data, &body.size);
@@ -459,12 +437,16 @@ static int take_body(struct job *job, FILE *out)
     int issame = body.size == job->body.size &&
                  (body.size == 0 || memcmp(body.data, job->body.data, body.size) == 0);
     if (body.size == 0)
-        fprintf(out, "No body\n");
+        fprintf(out, "%s\n", tr("No body"));
     else if (job->method == OPTIONS)
-        fprintf(out, "Body: %lu bytes\n", (unsigned long)body.size);
+        fprintf(out, tr("Body: %lu bytes"), (unsigned long)body.size);
     else
-        fprintf(out, "Body: %lu bytes, %s\n", (unsigned long)body.size,
-                issame ? "as they were sent" : "not those that were sent");
+        fprintf(out,
+                issame ? tr("Body: %lu bytes, as they were sent")
+                       : tr("Body: %lu bytes, not those that were sent"),
+                (unsigned long)body.size);
+    if (body.size > 0)
+        fputc('\n', out);
     code = save(job, &body);
     vel_free(body.data);
     return code;
@@ -474,12 +456,13 @@ static void print_headers(struct job *job, FILE *out)
 {
     char *text = NULL;
 
-    fprintf(out, "ICAP status %u\n", vel_icap_get_status_code(job->velicap));
+    fprintf(out, tr("ICAP status %u"), vel_icap_get_status_code(job->velicap));
+    fputc('\n', out);
     if (vel_icap_get_response_icap_headers(job->velicap, &text) == VEL_ERROR_NONE)
         print_lines(out, text);
     vel_free(text);
     if (vel_icap_get_response_headers(job->velicap, &text) == VEL_ERROR_NONE) {
-        fprintf(out, "HTTP message\n");
+        fprintf(out, "%s\n", tr("HTTP message"));
         print_lines(out, text);
     }
     vel_free(text);
@@ -491,30 +474,30 @@ static const struct cause {
     const char *text; /* NULL: that of the error */
 } causes[] = {
     {VEL_ERROR_NO_MEMORY, FAILED, NULL},
-    {VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, "the URL is not valid"},
+    {VEL_ERROR_INVALID_ARGUMENT, FAILED_URL, N_("the URL is not valid")},
     {VEL_ERROR_INVALID_SYNTAX, FAILED_URL,
-     "the path of the socket is not escaped well; use --socket"},
-    {VEL_ERROR_HOST_UNRESOLVED, FAILED_RESOLVE, "no such host"},
-    {VEL_ERROR_NOT_FOUND, FAILED_RESOLVE, "the name has no address"},
+     N_("the path of the socket is not escaped well; use --socket")},
+    {VEL_ERROR_HOST_UNRESOLVED, FAILED_RESOLVE, N_("no such host")},
+    {VEL_ERROR_NOT_FOUND, FAILED_RESOLVE, N_("the name has no address")},
     {VEL_ERROR_NO_ADDRESSES_IN_FAMILY, FAILED_RESOLVE, NULL},
-    {VEL_ERROR_TEMPORARY_FAILURE, FAILED_RESOLVE, "no answer from a name server"},
-    {VEL_ERROR_PERMANENT_FAILURE, FAILED_RESOLVE, "the name server refuses"},
-    {VEL_ERROR_GENERIC, FAILED_CONNECT, "cannot connect to the socket; is the server running?"},
+    {VEL_ERROR_TEMPORARY_FAILURE, FAILED_RESOLVE, N_("no answer from a name server")},
+    {VEL_ERROR_PERMANENT_FAILURE, FAILED_RESOLVE, N_("the name server refuses")},
+    {VEL_ERROR_GENERIC, FAILED_CONNECT, N_("cannot connect to the socket; is the server running?")},
     {VEL_ERROR_CONNECTION_REFUSED, FAILED_CONNECT,
-     "the connection is refused; is the server running, and on this port?"},
+     N_("the connection is refused; is the server running, and on this port?")},
     {VEL_ERROR_NETWORK_UNREACHABLE, FAILED_CONNECT, NULL},
     {VEL_ERROR_CONNECTION_TIMED_OUT, FAILED_TIMEOUT, NULL},
-    {VEL_ERROR_TIMED_OUT, FAILED_TIMEOUT, "the time limit has passed; --timeout sets it"},
-    {VEL_ERROR_END_OF_FILE, FAILED_LOST, "the server closed the connection without an answer"},
+    {VEL_ERROR_TIMED_OUT, FAILED_TIMEOUT, N_("the time limit has passed; --timeout sets it")},
+    {VEL_ERROR_END_OF_FILE, FAILED_LOST, N_("the server closed the connection without an answer")},
     {VEL_ERROR_BROKEN_PIPE, FAILED_LOST,
-     "the server hung up before it had everything; is there such a service?"},
+     N_("the server hung up before it had everything; is there such a service?")},
     {VEL_ERROR_CONNECTION_RESET, FAILED_LOST,
-     "the server hung up before it had everything; is there such a service?"},
-    {VEL_ERROR_PROTOCOL, FAILED_REPLY, "not an ICAP reply that is understood"},
-    {VEL_ERROR_MESSAGE_TOO_LONG, FAILED_REPLY, "a line of the reply is too long"},
-    {VEL_ERROR_UNSUPPORTED, FAILED_REPLY, "a reply of a form that is not supported"},
-    {VEL_ERROR_INTERNAL, FAILED_REPLY, "the reply ends within a line"},
-    {VEL_ERROR_INVALID_SYNTAX, FAILED_REPLY, "a header line without a colon"},
+     N_("the server hung up before it had everything; is there such a service?")},
+    {VEL_ERROR_PROTOCOL, FAILED_REPLY, N_("not an ICAP reply that is understood")},
+    {VEL_ERROR_MESSAGE_TOO_LONG, FAILED_REPLY, N_("a line of the reply is too long")},
+    {VEL_ERROR_UNSUPPORTED, FAILED_REPLY, N_("a reply of a form that is not supported")},
+    {VEL_ERROR_INTERNAL, FAILED_REPLY, N_("the reply ends within a line")},
+    {VEL_ERROR_INVALID_SYNTAX, FAILED_REPLY, N_("a header line without a colon")},
 };
 
 static int explain_error(const struct job *job, vel_error_t error)
@@ -534,8 +517,8 @@ static int explain_error(const struct job *job, vel_error_t error)
         }
     }
     if (code == FAILED_REPLY && job->reason[0])
-        return fail(code, "%s: %s: %s", subject, text, job->reason);
-    return fail(code, "%s: %s", subject, text);
+        return common_fail(code, "%s: %s: %s", subject, tr(text), job->reason);
+    return common_fail(code, "%s: %s", subject, tr(text));
 }
 
 static int explain_status(const struct job *job, unsigned int status)
@@ -544,13 +527,14 @@ static int explain_status(const struct job *job, unsigned int status)
 
     switch (status) {
     case 404:
-        return fail(FAILED_STATUS, "%s: ICAP status 404: no such service; see the path of the URL",
-                    job->url);
+        return common_fail(FAILED_STATUS,
+                           tr("%s: ICAP status 404: no such service; see the path of the URL"),
+                           job->url);
     case 405:
-        return fail(FAILED_STATUS, "%s: ICAP status 405: the service does not take %s", job->url,
-                    method);
+        return common_fail(FAILED_STATUS, tr("%s: ICAP status 405: the service does not take %s"),
+                           job->url, method);
     default:
-        return fail(FAILED_STATUS, "%s: ICAP status %u", job->url, status);
+        return common_fail(FAILED_STATUS, tr("%s: ICAP status %u"), job->url, status);
     }
 }
 
@@ -573,116 +557,100 @@ static int run(struct job *job)
     fflush(out);
     code = isrefusal ? explain_status(job, status) : take_body(job, out);
     if (fflush(stdout) != 0 && !code)
-        code = fail(FAILED_WRITE, "cannot write to standard output: %s", strerror(errno));
+        code = common_fail(FAILED_WRITE, tr("cannot write to standard output: %s"),
+                           tr(strerror(errno)));
     return code;
 }
 
 /* ---- options --------------------------------------------------------------------------------- */
 
-/* Sets the time limit from a number such as 2.5. */
-static int set_limit(struct job *job, const char *text)
+static vel_error_t on_timeout(const char *argument, void *context)
 {
-    char *end = NULL;
-    double seconds = strtod(text, &end);
-    if (end == text || *end || !(seconds >= 0 && seconds < 1e9))
-        return fail(FAILED_USAGE, "not a number of seconds: %s", text);
+    struct job *job = context;
+    double seconds;
 
+    if (!common_parse_seconds(argument, 0, &seconds))
+        return common_refuse(tr("not a number of seconds"));
     int whole = (int)seconds;
     unsigned int micros = (unsigned int)((seconds - whole) * 1e6);
     vel_icap_set_timeout(job->velicap, whole > 0 || micros > 0 ? whole : -1, micros);
-    return 0;
+    return VEL_ERROR_NONE;
 }
 
-/* Takes one option; returns 0 or an exit code. */
-static int take_option(struct job *job, int option)
+/* Returns whether one could not be declared. */
+static int declare_options(struct job *job, velgetopt *options)
 {
-    switch (option) {
-    case 'R':
-    case 'Q':
-    case 'O':
-        job->method = option == 'R' ? RESPMOD : option == 'Q' ? REQMOD : OPTIONS;
-        return 0;
-    case 'u':
-        job->url = optarg;
-        return 0;
-    case 's':
-        job->socketpath = optarg;
-        return 0;
-    case 'b':
-        job->bodyname = optarg;
-        return 0;
-    case 'q':
-        job->requestname = optarg;
-        return 0;
-    case 'r':
-        job->responsename = optarg;
-        return 0;
-    case '4':
-        vel_icap_set_allow_204(job->velicap);
-        return 0;
-    case 't':
-        return set_limit(job, optarg);
-    case 'o':
-        job->outputname = optarg;
-        return 0;
-    case 'v':
-        job->verbose++;
-        return 0;
-    default:
-        fputs("Try 'velicap --help'.\n", stderr);
-        return FAILED_USAGE;
-    }
+    return vel_getopt_flag_set(options, "respmod", 0, &job->isresponse,
+                               tr("The message is a response; this is the default.")) ||
+           vel_getopt_flag_set(options, "reqmod", 0, &job->isrequest,
+                               tr("The message is a request.")) ||
+           vel_getopt_flag_set(options, "options", 0, &job->isoptions,
+                               tr("No message: ask what the service can do.")) ||
+           vel_getopt_const_string(options, "url", 0, &job->url, "URL",
+                                   tr("The service; icap+unix://ESCAPED-PATH/SERVICE is known, "
+                                      "too.")) ||
+           vel_getopt_const_string(options, "socket", 0, &job->socketpath, tr("PATH"),
+                                   tr("Go through the UNIX-domain socket PATH.")) ||
+           vel_getopt_const_string(options, "body", 0, &job->bodyname, tr("FILE"),
+                                   tr("The body of the message; - is standard input.")) ||
+           vel_getopt_const_string(options, "request-headers", 0, &job->requestname, tr("FILE"),
+                                   tr("The request line and headers before it.")) ||
+           vel_getopt_const_string(options, "response-headers", 0, &job->responsename, tr("FILE"),
+                                   tr("The status line and headers before it.")) ||
+           vel_getopt_flag_set(options, "allow-204", 0, &job->allows204,
+                               tr("Let the service answer just that it has nothing to change.")) ||
+           vel_getopt_string_callback(options, "timeout", 0, "S",
+                                      tr("Limit for all of it, in seconds; 300 by default, 0 for "
+                                         "none."),
+                                      on_timeout, job) ||
+           vel_getopt_const_string(options, "output", 'o', &job->outputname, tr("FILE"),
+                                   tr("Write the body that came back to FILE; - is standard "
+                                      "output.")) ||
+           vel_getopt_flag_set(options, "verbose", 'v', &job->verbose,
+                               tr("Show the log of the library.")) ||
+           vel_getopt_flag_set(options, "trace", 0, &job->traces, tr("Show all of that log."));
 }
 
 /* Tests that what was given fits together. */
-static int check_options(const struct job *job)
+static int check_options(struct job *job)
 {
-    if (!job->url)
-        return fail(FAILED_USAGE, "--url is needed; try 'velicap --help'");
+    if (!job->url) {
+        common_mistake("%s", tr("--url is needed"));
+        return FAILED_USAGE;
+    }
     if (job->url[strcspn(job->url, " \t\r\n")])
-        return fail(FAILED_URL, "the URL has white space in it: %s", job->url);
+        return common_fail(FAILED_URL, tr("the URL has white space in it: %s"), job->url);
+    if (job->isresponse + job->isrequest + job->isoptions > 1) {
+        common_mistake("%s", tr("--respmod, --reqmod and --options exclude each other"));
+        return FAILED_USAGE;
+    }
+    job->method = job->isoptions ? OPTIONS : job->isrequest ? REQMOD : RESPMOD;
     if (job->method == OPTIONS && (job->bodyname || job->requestname || job->responsename))
-        return fail(FAILED_USAGE, "--options takes no message");
+        return common_fail(FAILED_USAGE, "%s", tr("--options takes no message"));
     if (job->method == REQMOD && job->responsename)
-        return fail(FAILED_USAGE, "--reqmod takes no --response-headers");
+        return common_fail(FAILED_USAGE, "%s", tr("--reqmod takes no --response-headers"));
     return 0;
 }
 
 /* Takes all options; returns 0, or an exit code, or -1 if there is nothing left to do. */
 static int take_options(struct job *job, int argc, char **argv)
 {
-    static const struct option options[] = {{"respmod", no_argument, NULL, 'R'},
-                                            {"reqmod", no_argument, NULL, 'Q'},
-                                            {"options", no_argument, NULL, 'O'},
-                                            {"url", required_argument, NULL, 'u'},
-                                            {"socket", required_argument, NULL, 's'},
-                                            {"body", required_argument, NULL, 'b'},
-                                            {"request-headers", required_argument, NULL, 'q'},
-                                            {"response-headers", required_argument, NULL, 'r'},
-                                            {"allow-204", no_argument, NULL, '4'},
-                                            {"timeout", required_argument, NULL, 't'},
-                                            {"output", required_argument, NULL, 'o'},
-                                            {"verbose", no_argument, NULL, 'v'},
-                                            {"help", no_argument, NULL, 'h'},
-                                            {"version", no_argument, NULL, 'V'},
-                                            {NULL, 0, NULL, 0}};
-    int option = 0;
-
     vel_icap_set_timeout(job->velicap, 300, 0);
-    while ((option = getopt_long(argc, argv, "o:v", options, NULL)) != -1) {
-        if (option == 'h' || option == 'V') {
-            fputs(option == 'h' ? usage : "velicap 1.0.0\n", stdout);
-            return -1;
-        }
-        int code = take_option(job, option);
-        if (code)
-            return code;
+    velgetopt *options = vel_getopt_create();
+    int bad = !options || declare_options(job, options);
+    int first = common_parse(options, bad, synopsis, paragraphs, argc, argv);
+
+    if (first <= 0)
+        return first == COMMON_DONE ? -1 : first == COMMON_MISTAKE ? FAILED_USAGE : FAILED;
+    if (first < argc) {
+        common_mistake(tr("not an option: %s; a file is named by --body"), argv[first]);
+        return FAILED_USAGE;
     }
-    if (optind < argc)
-        return fail(FAILED_USAGE, "not an option: %s; a file is named by --body", argv[optind]);
-    if (job->verbose) {
+    if (job->allows204)
+        vel_icap_set_allow_204(job->velicap);
+    if (job->verbose || job->traces) {
         vel_log_stderr_enable(NULL);
-        vel_log_stderr_set_level(NULL, job->verbose > 1 ? 16 : 8);
+        vel_log_stderr_set_level(NULL, job->traces ? 16 : 8);
     }
     return check_options(job);
 }
@@ -693,6 +661,7 @@ int main(int argc, char **argv)
     int code = FAILED;
 
     vel_log_stderr_disable(NULL);
+    common_start("velicap");
     vel_log_callback_set(NULL, on_log, &job);
     vel_log_callback_set_level(NULL, 7);
     vel_log_callback_enable(NULL);
@@ -708,6 +677,7 @@ int main(int argc, char **argv)
         vel_icap_destroy(job.velicap);
     vel_free(job.body.data);
     vel_free(job.serviceurl);
+    common_end();
     vel_uninit();
     return code < 0 ? 0 : code;
 }

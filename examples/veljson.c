@@ -5,36 +5,29 @@
 #define _XOPEN_SOURCE 700
 
 #include <errno.h>
-#include <getopt.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
 
-#include <vellib/vellib.h>
+#include "common.h"
 
 enum { FAILED_DOCUMENT = 1, FAILED_PATH = 2, FAILED_USAGE = 3, FAILED_OTHER = 4 };
 
-static const char usage[] =
-    "usage: veljson [OPTION]... [FILE] [PATH...]\n"
-    "Prints a JSON document, or the value that a path leads to, on one line.\n"
-    "\n"
-    "FILE is standard input if it is left out or \"-\". A path is a list of keys of objects and,\n"
-    "for elements of arrays, of \"#\" followed by the index, from 0 on. (Shells want the \"#\" in\n"
-    "quotes.)\n"
-    "\n"
-    "  -s, --set VALUE  put VALUE where the path leads, and print the document; a missing last\n"
-    "                   key, or an index just behind the end, is added. VALUE is JSON, or else\n"
-    "                   taken for a string\n"
-    "  -t, --type       print what the value is: object, array, string, number, true, false, null\n"
-    "  -k, --keys       print the keys of the object, sorted, one a line\n"
-    "  -r, --raw        print a string as it is, without quotes\n"
-    "      --help, --version\n"
-    "\n"
-    "Members are printed in no particular order, and fractions with six digits.\n"
-    "\n"
-    "Exit codes: 0 printed; 1 the document cannot be read; 2 the path leads nowhere, or not to an\n"
-    "object for --keys; 3 usage; 4 out of memory or not written.\n";
+static const char *const synopsis[] = {N_("veljson [OPTION]... [FILE] [PATH...]"), NULL};
+
+static const char *const paragraphs[] = {
+    N_("Prints a JSON document, or the value that a path leads to, on one line."),
+    N_("FILE is standard input if it is left out or \"-\". A path is a list of keys of objects "
+       "and, "
+       "for elements of arrays, of \"#\" followed by the index, from 0 on. (Shells want the \"#\" "
+       "in "
+       "quotes.) Options stand before FILE."),
+    N_("Members are printed in no particular order, and fractions with six digits."),
+    N_("Exit codes: 0 printed; 1 the document cannot be read; 2 the path leads nowhere, or not to "
+       "an "
+       "object for --keys; 3 usage; 4 out of memory or not written."),
+    NULL};
 
 struct job {
     const char *filename;
@@ -47,13 +40,12 @@ struct job {
 
 static int fail(int code, const char *subject, const char *reason)
 {
-    fprintf(stderr, "veljson: %s%s%s\n", subject, *subject ? ": " : "", reason);
-    return code;
+    return common_fail(code, "%s%s%s", subject, *subject ? ": " : "", reason);
 }
 
 static int fail_memory(void)
 {
-    return fail(FAILED_OTHER, "", vel_error_string(VEL_ERROR_NO_MEMORY));
+    return fail(FAILED_OTHER, "", tr(vel_error_string(VEL_ERROR_NO_MEMORY)));
 }
 
 /* Keeps the first line of those that say what is wrong; the others only say where that came up. */
@@ -114,11 +106,11 @@ static char *read_file(const char *filename)
 
 static int read_document(struct job *job)
 {
-    const char *shown = strcmp(job->filename, "-") == 0 ? "standard input" : job->filename;
+    const char *shown = strcmp(job->filename, "-") == 0 ? tr("standard input") : job->filename;
     char *text = read_file(job->filename);
 
     if (!text)
-        return fail(FAILED_DOCUMENT, shown, strerror(errno));
+        return fail(FAILED_DOCUMENT, shown, tr(strerror(errno)));
     int result = vel_json_parse(job->document, text);
     vel_free(text);
     return result == 0 ? 0 : fail(FAILED_DOCUMENT, shown, job->reason);
@@ -182,7 +174,7 @@ static int walk(struct job *job, veljsonnode **node)
         int taken = step(job, path, node);
         if (taken == 0) {
             *node = job->value ? add(job, path, *node) : NULL;
-            return *node ? 0 : fail(FAILED_PATH, *path, "the path leads nowhere");
+            return *node ? 0 : fail(FAILED_PATH, *path, tr("the path leads nowhere"));
         }
         path += taken;
     }
@@ -271,7 +263,7 @@ static size_t take_keys(struct job *job, veljsonnode *node, const char **keys)
 static int print_keys(struct job *job, veljsonnode *node)
 {
     if (!vel_json_is_object(job->document, node))
-        return fail(FAILED_PATH, "--keys", "this is not an object");
+        return fail(FAILED_PATH, "--keys", tr("this is not an object"));
 
     size_t count = take_keys(job, node, NULL);
     const char **keys = vel_calloc(count + 1, sizeof(*keys));
@@ -327,52 +319,45 @@ static int run(struct job *job)
     else
         code = print_value(job, node);
     if (fflush(stdout) != 0 && code == 0)
-        code = fail(FAILED_OTHER, "standard output", strerror(errno));
+        code = fail(FAILED_OTHER, tr("standard output"), tr(strerror(errno)));
     return code;
+}
+
+static int declare_options(struct job *job, velgetopt *options)
+{
+    return vel_getopt_const_string(options, "set", 's', &job->value, tr("VALUE"),
+                                   tr("Put VALUE where the path leads, and print the document; a "
+                                      "missing last key, or an index just behind the end, is "
+                                      "added. VALUE is JSON, or else taken for a string.")) ||
+           vel_getopt_flag_set(options, "type", 't', &job->type,
+                               tr("Print what the value is: object, array, string, number, true, "
+                                  "false, null.")) ||
+           vel_getopt_flag_set(options, "keys", 'k', &job->keys,
+                               tr("Print the keys of the object, sorted, one a line.")) ||
+           vel_getopt_flag_set(options, "raw", 'r', &job->raw,
+                               tr("Print a string as it is, without quotes."));
 }
 
 /* Returns 0, -1 if the program is done, or an exit code. */
 static int take_options(struct job *job, int argc, char **argv)
 {
-    static const struct option options[] = {{"set", required_argument, NULL, 's'},
-                                            {"type", no_argument, NULL, 't'},
-                                            {"keys", no_argument, NULL, 'k'},
-                                            {"raw", no_argument, NULL, 'r'},
-                                            {"help", no_argument, NULL, 'h'},
-                                            {"version", no_argument, NULL, 'v'},
-                                            {NULL, 0, NULL, 0}};
-    int option;
+    velgetopt *options = vel_getopt_create();
+    int bad = !options || declare_options(job, options);
+    int first = common_parse(options, bad, synopsis, paragraphs, argc, argv);
 
-    while ((option = getopt_long(argc, argv, "+s:tkr", options, NULL)) != -1) {
-        switch (option) {
-        case 's':
-            job->value = optarg;
-            break;
-        case 't':
-            job->type = 1;
-            break;
-        case 'k':
-            job->keys = 1;
-            break;
-        case 'r':
-            job->raw = 1;
-            break;
-        case 'h':
-            fputs(usage, stdout);
-            return -1;
-        case 'v':
-            puts("veljson (vellib) 1.0.0");
-            return -1;
-        default:
-            fputs("try: veljson --help\n", stderr);
-            return FAILED_USAGE;
-        }
+    if (first <= 0)
+        return first == COMMON_DONE ? -1 : first == COMMON_MISTAKE ? FAILED_USAGE : FAILED_OTHER;
+    if ((job->value != NULL) + job->type + job->keys > 1) {
+        common_mistake("%s", tr("--set, --type and --keys exclude each other"));
+        return FAILED_USAGE;
     }
-    if ((job->value != NULL) + job->type + job->keys > 1)
-        return fail(FAILED_USAGE, "", "--set, --type and --keys exclude each other");
-    if (optind < argc)
-        job->filename = argv[optind++];
-    job->path = argv + optind;
+    /* A "-" passes for an option without letters. As an operand it stands last of what was parsed,
+     * if it is not what --set was given. */
+    if (first > 1 && strcmp(argv[first - 1], "-") == 0 && argv[first - 1] != job->value)
+        first--;
+    if (first < argc)
+        job->filename = argv[first++];
+    job->path = argv + first;
     return 0;
 }
 
@@ -382,6 +367,7 @@ int main(int argc, char **argv)
     int code = FAILED_OTHER;
 
     vel_log_stderr_disable(NULL);
+    common_start("veljson");
     vel_log_callback_set(NULL, on_log, &job);
     vel_log_callback_set_level(NULL, 8);
     vel_log_callback_enable(NULL);
@@ -393,6 +379,7 @@ int main(int argc, char **argv)
         code = run(&job);
     if (job.document)
         vel_json_destroy(job.document);
+    common_end();
     vel_uninit();
     return code < 0 ? 0 : code;
 }

@@ -8,7 +8,6 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <getopt.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -17,7 +16,7 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <vellib/vellib.h>
+#include "common.h"
 
 enum {
     LINE_SIZE = 8192,      /* the longest line of a request, in bytes */
@@ -539,8 +538,10 @@ static int run(veltcpserver *server, struct site *site, const char *directory, c
         return 0;
     if (vel_tcpserver_get_port(server, &port) == VEL_ERROR_NONE) {
         int colon = strchr(address, ':') != NULL; /* IPv6 goes into brackets */
-        printf("velserve: serving %s on http://%s%s%s:%u/\n", directory, colon ? "[" : "", address,
+        printf("velserve: ");
+        printf(tr("serving %s on http://%s%s%s:%u/"), directory, colon ? "[" : "", address,
                colon ? "]" : "", port);
+        printf("\n");
         fflush(stdout);
     }
     while (read(wakeup[0], &byte, 1) < 0 && errno == EINTR)
@@ -560,7 +561,7 @@ static int serve_directory(const char *directory, const char *address, unsigned 
     struct site site = {.root = realpath(directory, NULL)};
     struct stat attributes;
     if (!site.root || stat(site.root, &attributes) != 0 || !S_ISDIR(attributes.st_mode)) {
-        fprintf(stderr, "velserve: %s: %s\n", directory, strerror(site.root ? ENOTDIR : errno));
+        common_fail(1, "%s: %s", directory, tr(strerror(site.root ? ENOTDIR : errno)));
         free(site.root);
         return 1;
     }
@@ -575,56 +576,58 @@ static int serve_directory(const char *directory, const char *address, unsigned 
         served = run(server, &site, directory, address);
     }
     if (!served) /* the library has logged why */
-        fprintf(stderr, "velserve: cannot serve on %s, port %u\n", address, port);
+        common_fail(1, tr("cannot serve on %s, port %u"), address, port);
     if (server)
         vel_tcpserver_destroy(server);
     if (site.mutex)
         vel_mutex_destroy(site.mutex);
     free(site.root);
-    vel_uninit();
     return served ? 0 : 1;
 }
 
-static const char usage[] = "usage: velserve [-a ADDRESS] [-p PORT] DIRECTORY\n";
-static const char help[] =
-    "Serves the files below DIRECTORY over HTTP/1.0 until interrupted.\n\n"
-    "  -a ADDRESS  listen on this numeric address (127.0.0.1)\n"
-    "  -p PORT     listen on this port (8080); 0 picks a free one\n"
-    "  --help      show this text\n"
-    "  --version   show the version\n\n"
-    "Exit code: 0 after an interrupt or termination signal, 1 on failure, 2 on bad usage.\n";
+static const char *const synopsis[] = {N_("velserve [-a ADDRESS] [-p PORT] DIRECTORY"), NULL};
+
+static const char *const paragraphs[] = {
+    N_("Serves the files below DIRECTORY over HTTP/1.0 until interrupted."),
+    N_("Exit code: 0 after an interrupt or termination signal, 1 on failure, 2 on bad usage."),
+    NULL};
+
+static vel_error_t on_port(const char *argument, void *context)
+{
+    int64_t port;
+
+    if (vel_strtoi64(argument, &port) != VEL_ERROR_NONE || port < 0 || port > 65535)
+        return common_refuse(tr("not a port number"));
+    *(unsigned int *)context = (unsigned int)port;
+    return VEL_ERROR_NONE;
+}
+
+/* Takes the command line and serves; returns the exit code. */
+static int take_options(int argc, char **argv)
+{
+    const char *address = "127.0.0.1";
+    unsigned int port = 8080;
+    velgetopt *options = vel_getopt_create();
+    int bad = !options ||
+              vel_getopt_const_string(options, NULL, 'a', &address, tr("ADDRESS"),
+                                      tr("Listen on this numeric address (127.0.0.1).")) ||
+              vel_getopt_string_callback(options, NULL, 'p', tr("PORT"),
+                                         tr("Listen on this port (8080); 0 picks a free one."),
+                                         on_port, &port);
+    int first = common_parse(options, bad, synopsis, paragraphs, argc, argv);
+
+    if (first > 0 && argc - first != 1)
+        first = common_mistake("%s", tr("one DIRECTORY is needed, behind all options"));
+    if (first > 0)
+        return serve_directory(argv[first], address, port);
+    return first == COMMON_DONE ? 0 : first == COMMON_MISTAKE ? 2 : 1;
+}
 
 int main(int argc, char **argv)
 {
-    static const struct option longoptions[] = {
-        {"help", no_argument, NULL, 'h'}, {"version", no_argument, NULL, 'v'}, {0}};
-    const char *address = "127.0.0.1";
-    int64_t port = 8080;
-    int option;
-    while ((option = getopt_long(argc, argv, "a:p:", longoptions, NULL)) != -1) {
-        switch (option) {
-        case 'a':
-            address = optarg;
-            break;
-        case 'p':
-            if (vel_strtoi64(optarg, &port) == VEL_ERROR_NONE && port >= 0 && port <= 65535)
-                break;
-            fprintf(stderr, "velserve: '%s' is not a port\n%s", optarg, usage);
-            return 2;
-        case 'h':
-            printf("%s%s", usage, help);
-            return 0;
-        case 'v':
-            puts("velserve 1.0.0");
-            return 0;
-        default: /* getopt has said what is wrong */
-            fputs(usage, stderr);
-            return 2;
-        }
-    }
-    if (argc - optind != 1) {
-        fputs(usage, stderr);
-        return 2;
-    }
-    return serve_directory(argv[optind], address, (unsigned int)port);
+    common_start("velserve");
+    int code = take_options(argc, argv);
+    common_end();
+    vel_uninit();
+    return code;
 }

@@ -1,18 +1,15 @@
 /* velsum: prints or checks the digests of files, several at a time.
  *
  * A host program of vellib: a thread pool whose workers each have a context of their own, results
- * that are shown in order whichever comes first, options by velgetopt, and an orderly end on a
- * signal. */
+ * that are shown in order whichever comes first, and an orderly end on a signal. */
 #define _XOPEN_SOURCE     700
 #define _FILE_OFFSET_BITS 64
 
 #include <ctype.h>
 #include <errno.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <poll.h>
 #include <signal.h>
-#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -22,14 +19,13 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <vellib/vellib.h>
+#include "common.h"
 
 enum {
     DIGEST_SIZE = 32,        /* bytes of the longest digest */
     PIECE_SIZE = 256 * 1024, /* bytes read at a time */
     BAR_MS = 100,            /* from one bar to the next */
     MOST_THREADS = 1024,
-    UNSET = INT_MIN, /* threads: one for each processor */
     FAILED = 1,
     FAILED_USAGE = 2,
     FAILED_SIGNAL = 128 /* plus the signal */
@@ -58,8 +54,6 @@ struct sum {
     const struct algorithm *algorithm;
     int checks; /* whether the operands are lists to check */
     int threads;
-    int showsversion;
-    velgetopt *velgetopt;
 
     struct job *jobs;
     size_t count, room;
@@ -158,7 +152,7 @@ static void complain(struct sum *sum, const char *name, const char *reason)
 
 static void complain_memory(struct sum *sum)
 {
-    complain(sum, NULL, vel_error_string(VEL_ERROR_NO_MEMORY));
+    complain(sum, NULL, tr(vel_error_string(VEL_ERROR_NO_MEMORY)));
 }
 
 static long long now_ms(void)
@@ -187,7 +181,7 @@ static void draw_bar(struct sum *sum)
     format_amount(amount, sizeof amount, sum->bytes);
     format_amount(total, sizeof total, sum->total);
     if (sum->total > 0)
-        snprintf(facts, sizeof facts, "%8s of %s", amount, total);
+        snprintf(facts, sizeof facts, tr("%8s of %s"), amount, total);
     else
         snprintf(facts, sizeof facts, "%s", amount);
     if (sum->total > 0 && room >= 10) {
@@ -346,7 +340,7 @@ static void show_result(struct sum *sum, const struct job *job)
     const char *verdict = "OK";
 
     if (job->error)
-        complain(sum, job->name, strerror(job->error));
+        complain(sum, job->name, tr(strerror(job->error)));
     if (job->error && !job->expected)
         return;
     format_digest(sum, job, text);
@@ -633,12 +627,12 @@ static int add_lines(struct sum *sum, char *text, size_t length, int isinput)
     return 1;
 }
 
-static void warn(struct sum *sum, size_t count, const char *one, const char *many)
+static void warn(struct sum *sum, size_t count, const char *format)
 {
-    char text[100];
+    char text[200];
     if (count == 0)
         return;
-    snprintf(text, sizeof text, "WARNING: %zu %s", count, count == 1 ? one : many);
+    snprintf(text, sizeof text, format, count);
     int failed = sum->failed; /* which lines that are no members do not change */
     complain(sum, NULL, text);
     sum->failed = failed;
@@ -646,16 +640,22 @@ static void warn(struct sum *sum, size_t count, const char *one, const char *man
 
 static void warn_of_list(struct sum *sum)
 {
-    warn(sum, sum->badlines, "line is improperly formatted", "lines are improperly formatted");
-    warn(sum, sum->unreadable, "listed file could not be read", "listed files could not be read");
-    warn(sum, sum->mismatched, "computed checksum did NOT match",
-         "computed checksums did NOT match");
+    size_t bad = sum->badlines, unreadable = sum->unreadable, mismatched = sum->mismatched;
+    warn(sum, bad,
+         bad == 1 ? tr("WARNING: %zu line is improperly formatted")
+                  : tr("WARNING: %zu lines are improperly formatted"));
+    warn(sum, unreadable,
+         unreadable == 1 ? tr("WARNING: %zu listed file could not be read")
+                         : tr("WARNING: %zu listed files could not be read"));
+    warn(sum, mismatched,
+         mismatched == 1 ? tr("WARNING: %zu computed checksum did NOT match")
+                         : tr("WARNING: %zu computed checksums did NOT match"));
 }
 
 static void check_list(struct sum *sum, const char *name)
 {
     int isinput = strcmp(name, "-") == 0;
-    const char *shown = isinput ? "standard input" : name;
+    const char *shown = isinput ? tr("standard input") : name;
     int file = isinput ? STDIN_FILENO : open_file(name);
     char *text = NULL;
     size_t length = 0;
@@ -665,9 +665,9 @@ static void check_list(struct sum *sum, const char *name)
     if (!error && !add_lines(sum, text, length, isinput))
         error = ENOMEM;
     if (error && !is_stopping())
-        complain(sum, shown, strerror(error));
+        complain(sum, shown, tr(strerror(error)));
     else if (!error && sum->count == 0)
-        complain(sum, shown, "no properly formatted checksum lines found");
+        complain(sum, shown, tr("no properly formatted checksum lines found"));
     if (!error && sum->count > 0)
         run_jobs(sum);
     if (!error && sum->count > 0 && !is_stopping())
@@ -680,13 +680,17 @@ static void check_list(struct sum *sum, const char *name)
 
 /* ---- options --------------------------------------------------------------------------------- */
 
-static const char footer[] =
-    "\n"
-    "Without a FILE, and for \"-\", standard input is read. Output has the form of sha256sum, in\n"
-    "the order of the FILEs.\n"
-    "\n"
-    "Exit codes: 0 all well; 1 something could not be read or written, or does not match;\n"
-    "2 usage; 128 + N ended by signal N.\n";
+static const char *const synopsis[] = {N_("velsum [OPTION]... [FILE]..."), NULL};
+
+static const char *const paragraphs[] = {
+    N_("Prints or checks the digests of files, several at a time."),
+    N_("Without a FILE, and for \"-\", standard input is read. Output has the form of sha256sum, "
+       "in "
+       "the order of the FILEs; its words OK and FAILED are the same in every language. Options "
+       "stand before the FILEs."),
+    N_("Exit codes: 0 all well; 1 something could not be read or written, or does not match; "
+       "2 usage; 128 + N ended by signal N."),
+    NULL};
 
 static vel_error_t on_algorithm(const char *argument, void *context)
 {
@@ -697,64 +701,41 @@ static vel_error_t on_algorithm(const char *argument, void *context)
             return VEL_ERROR_NONE;
         }
     }
-    return VEL_ERROR_INVALID_ARGUMENT;
+    return common_refuse(tr("no such digest"));
 }
 
-static void on_mistake(vel_error_t code, const char *option, const char *argument, void *context)
+static vel_error_t on_jobs(const char *argument, void *context)
 {
-    (void)context;
-    if (argument)
-        fprintf(stderr, "velsum: %s '%s': %s\n", option, argument, vel_error_string(code));
-    else
-        fprintf(stderr, "velsum: %s: %s\n", option,
-                code == VEL_ERROR_NOT_FOUND ? "no such option" : "a value is missing");
+    int64_t count;
+    if (vel_strtoi64(argument, &count) != VEL_ERROR_NONE || count < 1 || count > MOST_THREADS)
+        return common_refuse(tr("not a number from 1 to 1024"));
+    *(int *)context = (int)count;
+    return VEL_ERROR_NONE;
 }
 
-static int declare_options(struct sum *sum)
+/* Returns whether one could not be declared. */
+static int declare_options(struct sum *sum, velgetopt *options)
 {
-    velgetopt *options = sum->velgetopt;
-    vel_getopt_set_error_callback(options, on_mistake, NULL);
-    return vel_getopt_set_synopsis(options, "usage: velsum [OPTION]... [FILE]...") == 0 &&
-           vel_getopt_set_footer(options, footer) == 0 &&
-           vel_getopt_string_callback(options, "algorithm", 'a', "NAME",
-                                      "The digest: sha256, which is the default, or sha1.",
-                                      on_algorithm, sum) == 0 &&
+    return vel_getopt_string_callback(options, "algorithm", 'a', tr("NAME"),
+                                      tr("The digest: sha256, which is the default, or sha1."),
+                                      on_algorithm, sum) ||
            vel_getopt_flag_set(options, "check", 'c', &sum->checks,
-                               "Check the files that each FILE lists, which has the form of this "
-                               "program's output.") == 0 &&
-           vel_getopt_int(options, "jobs", 'j', &sum->threads, "N",
-                          "Read N files at a time; by default one for each processor.") == 0 &&
-           vel_getopt_help(options, "help", 'h') == 0 &&
-           vel_getopt_flag_set(options, "version", 0, &sum->showsversion, "Show the version.") == 0;
+                               tr("Check the files that each FILE lists, which has the form of "
+                                  "this program's output.")) ||
+           vel_getopt_string_callback(options, "jobs", 'j', "N",
+                                      tr("Read N files at a time; by default one for each "
+                                         "processor."),
+                                      on_jobs, &sum->threads);
 }
 
-/* Returns -1 if the program shall go on, or its exit code. */
+/* Returns the index of the first operand, or what common_parse gives where there is none. */
 static int take_options(struct sum *sum, int argc, char **argv)
 {
-    sum->threads = UNSET;
-    int parsed = vel_getopt_parse(sum->velgetopt, argc, argv);
-    if (parsed > 0)
-        return 0;
-    if (parsed == 0 && sum->showsversion) {
-        puts("velsum 1.0.0");
-        return 0;
-    }
-    int isset = sum->threads != UNSET;
-    if (parsed == 0 && isset && (sum->threads < 1 || sum->threads > MOST_THREADS)) {
-        fprintf(stderr, "velsum: -j takes a number from 1 to %d\n", MOST_THREADS);
-        parsed = -1;
-    }
-    if (parsed < 0) {
-        fputs("Try 'velsum --help'.\n", stderr);
-        return FAILED_USAGE;
-    }
-    if (!isset) {
-        long processors = sysconf(_SC_NPROCESSORS_ONLN);
-        sum->threads = processors < 1              ? 1
-                       : processors > MOST_THREADS ? MOST_THREADS
-                                                   : (int)processors;
-    }
-    return -1;
+    long processors = sysconf(_SC_NPROCESSORS_ONLN);
+    sum->threads = processors < 1 ? 1 : processors > MOST_THREADS ? MOST_THREADS : (int)processors;
+    velgetopt *options = vel_getopt_create();
+    int bad = !options || declare_options(sum, options);
+    return common_parse(options, bad, synopsis, paragraphs, argc, argv);
 }
 
 /* Deals with one FILE. Returns whether there was memory for it. */
@@ -767,9 +748,9 @@ static int take_operand(struct sum *sum, const char *name)
     return 1;
 }
 
-static int run(struct sum *sum, int argc, char **argv)
+static int run(struct sum *sum, int first, int argc, char **argv)
 {
-    int first = vel_getopt_optind(sum->velgetopt), operands = 0, memory = 1;
+    int operands = 0, memory = 1;
     unsigned char stopsignal;
 
     /* A "-" among the options is passed over by the parser, and is a value of none of them. */
@@ -787,7 +768,7 @@ static int run(struct sum *sum, int argc, char **argv)
         run_jobs(sum);
     free_jobs(sum);
     if (is_stopping() && read(stoppipe[0], &stopsignal, 1) == 1) {
-        complain(sum, NULL, "interrupted");
+        complain(sum, NULL, tr("interrupted"));
         return FAILED_SIGNAL + stopsignal;
     }
     return sum->failed ? FAILED : 0;
@@ -796,9 +777,10 @@ static int run(struct sum *sum, int argc, char **argv)
 int main(int argc, char **argv)
 {
     struct sum sum = {.algorithm = &algorithms[0]};
-    int code = FAILED;
+    int code = FAILED, first;
 
     vel_log_stderr_disable(NULL); /* messages are our own */
+    common_start("velsum");
     if (pipe(stoppipe) != 0) {
         perror("velsum");
         return FAILED;
@@ -807,19 +789,19 @@ int main(int argc, char **argv)
     vel_signal_register_sigterm(on_signal, NULL);
     sum.hasbar = isatty(STDERR_FILENO);
     sum.screen = vel_mutex_create();
-    sum.velgetopt = vel_getopt_create();
-    if (!sum.screen || !sum.velgetopt || !declare_options(&sum))
+    if (!sum.screen)
         complain_memory(&sum);
-    else if ((code = take_options(&sum, argc, argv)) < 0)
-        code = run(&sum, argc, argv);
+    else if ((first = take_options(&sum, argc, argv)) > 0)
+        code = run(&sum, first, argc, argv);
+    else
+        code = first == COMMON_DONE ? 0 : first == COMMON_MISTAKE ? FAILED_USAGE : FAILED;
     if (fflush(stdout) != 0 || ferror(stdout)) {
-        complain(&sum, NULL, "write error");
+        complain(&sum, NULL, tr("write error"));
         code = code ? code : FAILED;
     }
-    if (sum.velgetopt)
-        vel_getopt_destroy(sum.velgetopt);
     if (sum.screen)
         vel_mutex_destroy(sum.screen);
+    common_end();
     vel_uninit();
     return code;
 }

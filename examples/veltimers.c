@@ -6,7 +6,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <getopt.h>
 #include <netdb.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -16,7 +15,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <vellib/vellib.h>
+#include "common.h"
 
 enum {
     PIECE_SIZE = 16 * 1024,        /* of a connection that is echoed at a time */
@@ -57,7 +56,7 @@ static void on_listener(void *context);
 
 static void complain(const char *what, int platformerrno)
 {
-    fprintf(stderr, "veltimers: %s: %s\n", what, strerror(platformerrno));
+    common_fail(1, "%s: %s", what, tr(strerror(platformerrno)));
 }
 
 /* Cancels a timer, if there is one. Its callback is still called, with VEL_ERROR_CANCELED, and looks
@@ -232,8 +231,9 @@ static void on_datagram(void *context)
 
 static void print_status(const struct service *service)
 {
-    printf("%lu s: %lu open, %lu opened, %lu datagrams, %llu bytes\n", service->seconds,
+    printf(tr("%lu s: %lu open, %lu opened, %lu datagrams, %llu bytes"), service->seconds,
            service->open, service->opened, service->received, service->echoed);
+    putchar('\n');
     fflush(stdout);
 }
 
@@ -344,7 +344,9 @@ static void announce(const struct service *service)
         getnameinfo((struct sockaddr *)&bound, length, host, sizeof host, port, sizeof port,
                     NI_NUMERICHOST | NI_NUMERICSERV) != 0)
         return;
-    printf("veltimers: echoing on %s port %s, TCP and UDP\n", host, port);
+    printf("veltimers: ");
+    printf(tr("echoing on %s port %s, TCP and UDP"), host, port);
+    putchar('\n');
     fflush(stdout);
 }
 
@@ -419,7 +421,7 @@ static int serve(const char *address, const char *port, unsigned int idlems, uns
     hints.ai_socktype = SOCK_STREAM;
     int code = getaddrinfo(address, port, &hints, &info);
     if (code != 0) {
-        fprintf(stderr, "veltimers: '%s': %s\n", address, gai_strerror(code));
+        common_fail(1, tr("not a numeric address: %s (%s)"), address, gai_strerror(code));
         return 1;
     }
     static struct service service = {.listener = -1, .datagrams = -1, .signals = -1};
@@ -427,80 +429,82 @@ static int serve(const char *address, const char *port, unsigned int idlems, uns
     service.statusms = statusms;
     int served = 0;
     if (!open_sockets(&service, info, strcmp(port, "0") == 0)) {
-        fprintf(stderr, "veltimers: cannot listen on %s port %s: %s\n", address, port,
-                strerror(errno));
+        common_fail(1, tr("cannot listen on %s port %s: %s"), address, port, tr(strerror(errno)));
     } else if ((service.loop = vel_async_create()) != NULL) {
         served = run(&service);
         vel_async_destroy(service.loop);
     }
     close_sockets(&service);
     freeaddrinfo(info);
-    vel_uninit();
     return served ? 0 : 1;
 }
 
-static const char usage[] = "usage: veltimers [-a ADDRESS] [-p PORT] [-t SECONDS] [-i SECONDS]\n";
-static const char help[] =
-    "Echoes what it gets by TCP and UDP until interrupted, on one thread.\n\n"
-    "  -a ADDRESS  listen on this numeric address (127.0.0.1)\n"
-    "  -p PORT     listen on this port (7007); 0 picks a free one\n"
-    "  -t SECONDS  close a connection on which nothing moves (60); 0 for never\n"
-    "  -i SECONDS  say how it goes that often (1); 0 for never\n"
-    "  --help      show this text\n"
-    "  --version   show the version\n\n"
-    "Exit code: 0 after an interrupt or termination signal, 1 on failure, 2 on bad usage.\n";
+static const char *const synopsis[] = {
+    N_("veltimers [-a ADDRESS] [-p PORT] [-t SECONDS] [-i SECONDS]"), NULL};
 
-/* Reads a number of an option. Returns whether it is one, and says if it is not. */
-static int parse_number(const char *text, int64_t highest, const char *what, int64_t *numberptr)
+static const char *const paragraphs[] = {
+    N_("Echoes what it gets by TCP and UDP until interrupted, on one thread."),
+    N_("Exit code: 0 after an interrupt or termination signal, 1 on failure, 2 on bad usage."),
+    NULL};
+
+/* Reads a number of an option. */
+static vel_error_t take_number(const char *text, int64_t highest, const char *refusal,
+                               unsigned int *numberptr)
 {
-    if (vel_strtoi64(text, numberptr) == VEL_ERROR_NONE && *numberptr >= 0 && *numberptr <= highest)
-        return 1;
-    fprintf(stderr, "veltimers: '%s' is not %s\n%s", text, what, usage);
-    return 0;
+    int64_t number;
+
+    if (vel_strtoi64(text, &number) != VEL_ERROR_NONE || number < 0 || number > highest)
+        return common_refuse(refusal);
+    *numberptr = (unsigned int)number;
+    return VEL_ERROR_NONE;
+}
+
+static vel_error_t on_port(const char *argument, void *context)
+{
+    return take_number(argument, 65535, tr("not a port number"), context);
+}
+
+static vel_error_t on_seconds(const char *argument, void *context)
+{
+    return take_number(argument, LONGEST_SECONDS, tr("not a number of seconds"), context);
+}
+
+/* Takes the command line and serves; returns the exit code. */
+static int take_options(int argc, char **argv)
+{
+    const char *address = "127.0.0.1";
+    unsigned int port = 7007, idle = 60, interval = 1;
+    char porttext[12];
+    velgetopt *options = vel_getopt_create();
+    int bad = !options ||
+              vel_getopt_const_string(options, NULL, 'a', &address, tr("ADDRESS"),
+                                      tr("Listen on this numeric address (127.0.0.1).")) ||
+              vel_getopt_string_callback(options, NULL, 'p', tr("PORT"),
+                                         tr("Listen on this port (7007); 0 picks a free one."),
+                                         on_port, &port) ||
+              vel_getopt_string_callback(options, NULL, 't', tr("SECONDS"),
+                                         tr("Close a connection on which nothing moves (60); 0 for "
+                                            "never."),
+                                         on_seconds, &idle) ||
+              vel_getopt_string_callback(options, NULL, 'i', tr("SECONDS"),
+                                         tr("Say how it goes that often (1); 0 for never."),
+                                         on_seconds, &interval);
+    int first = common_parse(options, bad, synopsis, paragraphs, argc, argv);
+
+    if (first > 0 && first != argc)
+        first = common_mistake(tr("not an option: %s"), argv[first]);
+    if (first <= 0)
+        return first == COMMON_DONE ? 0 : first == COMMON_MISTAKE ? 2 : 1;
+    vel_snprintf(porttext, sizeof porttext, "%u", port);
+    return serve(address, porttext, idle * 1000, interval * 1000);
 }
 
 int main(int argc, char **argv)
 {
-    static const struct option longoptions[] = {
-        {"help", no_argument, NULL, 'h'}, {"version", no_argument, NULL, 'v'}, {0}};
-    static const char duration[] = "a number of seconds";
-    const char *address = "127.0.0.1";
-    int64_t port = 7007, idle = 60, interval = 1;
-    int option;
     set_up_log();
-    while ((option = getopt_long(argc, argv, "a:p:t:i:", longoptions, NULL)) != -1) {
-        int good = 1;
-        switch (option) {
-        case 'a':
-            address = optarg;
-            break;
-        case 'p':
-            good = parse_number(optarg, 65535, "a port", &port);
-            break;
-        case 't':
-            good = parse_number(optarg, LONGEST_SECONDS, duration, &idle);
-            break;
-        case 'i':
-            good = parse_number(optarg, LONGEST_SECONDS, duration, &interval);
-            break;
-        case 'h':
-            printf("%s%s", usage, help);
-            return 0;
-        case 'v':
-            puts("veltimers 1.0.0");
-            return 0;
-        default: /* getopt has said what is wrong */
-            fputs(usage, stderr);
-            return 2;
-        }
-        if (!good)
-            return 2;
-    }
-    if (argc != optind) {
-        fputs(usage, stderr);
-        return 2;
-    }
-    char porttext[8];
-    vel_snprintf(porttext, sizeof porttext, "%d", (int)port);
-    return serve(address, porttext, (unsigned int)idle * 1000, (unsigned int)interval * 1000);
+    common_start("veltimers");
+    int code = take_options(argc, argv);
+    common_end();
+    vel_uninit();
+    return code;
 }

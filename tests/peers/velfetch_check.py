@@ -58,12 +58,14 @@ class Fetching(Case):
         return Script(self, handler)
 
     def check(self, code, words, *arguments, **options):
-        """Runs velfetch and checks its exit code and that it says one line with these words."""
+        """Runs velfetch and checks its exit code and that it says one line with these words, with a
+        hint behind it where the command line is wrong."""
         result = self.fetch(*arguments, **options)
         codes = code if isinstance(code, tuple) else (code,)
         self.assertIn(result.returncode, codes, (arguments, result.stderr))
         message = result.stderr.decode()
-        self.assertRegex(message, r"\Avelfetch: [^\n]+\n\Z")
+        self.assertRegex(message, r"\Avelfetch: [^\n]+\n(Try 'velfetch --help'\.\n)?\Z")
+        self.assertTrue(result.returncode == 2 or "Try" not in message, message)
         self.assertIn(words, message)
         return result
 
@@ -311,7 +313,7 @@ class ExitCode(Fetching):
         server = self.serve(always(answer(status="302 Found", headers=headers)))
         message = self.check(3, "", server.url).stderr
         self.assertFalse(set(message[:-1]) & {*range(32), 127}, message)
-        message = self.check(2, "", "--proxy", "\x1b[31mhost\n").stderr
+        message = self.check(2, "--proxy: ", "--proxy", "\x1b[31mhost\n").stderr
         self.assertIn(b"not a HOST:PORT: ?[31mhost?", message)
 
 
@@ -511,7 +513,7 @@ class Request(Fetching):
         server = self.serve(always(answer(b"x")))
         quiet = self.fetch(server.url).stderr
         refused = self.fetch("-v", self.refusing_url()).stderr.decode()
-        everything = self.fetch("-v", "--verbose", server.url).stderr.decode()
+        everything = self.fetch("--trace", server.url).stderr.decode()
         self.assertEqual(quiet, b"")
         self.assertRegex(refused, r"net/velhttp_lite:\d+\[7\] connection failed")
         self.assertTrue(refused.splitlines()[-1].startswith("velfetch: cannot connect to "))

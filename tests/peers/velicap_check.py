@@ -83,7 +83,7 @@ class Sending(Case):
         result = self.run_velicap(*arguments, **options)
         self.assertEqual(result.returncode, code, (arguments, result.stderr))
         message = result.stderr.decode()
-        self.assertRegex(message, r"\Avelicap: [^\n]+\n\Z")
+        self.assertRegex(message, r"\Avelicap: [^\n]+\n(Try 'velicap --help'\.\n)?\Z")
         self.assertIn(words, message)
         return result
 

@@ -582,7 +582,7 @@ class Usage(Case):
         ):
             answer = self.run_velserve(*arguments)
             self.assertEqual((answer.returncode, answer.stdout), (2, ""), arguments)
-            self.assertIn("usage: velserve", answer.stderr)
+            self.assertIn("Try 'velserve --help'.", answer.stderr)
 
     def test_help_and_version(self):
         answer = self.run_velserve("--help")
