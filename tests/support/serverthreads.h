@@ -69,6 +69,7 @@ struct server_calls {
 
     std::atomic<int> failcreate = 0; /* so many calls of pthread_create fail, after ... */
     std::atomic<int> skipcreate = 0; /* ... so many good ones */
+    std::atomic<int> failjoin = 0;
     std::atomic<int> failaccept = 0;
     std::atomic<int> failread = 0;
     std::function<void()> oncreate; /* run within the calls, on the thread that makes them */
@@ -235,6 +236,10 @@ int pthread_join(pthread_t id, void **result)
     support::server_calls *calls = support::calls;
     if (calls && calls->onjoin)
         calls->onjoin();
+    if (calls && calls->failjoin > 0) {
+        calls->failjoin--;
+        return EINVAL;
+    }
     const int error = next(id, result);
     if (calls && error == 0)
         calls->place.change([&] { calls->joined++; });
