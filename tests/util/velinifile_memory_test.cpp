@@ -8,6 +8,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -52,6 +53,7 @@ extern "C" FILE *fopen(const char *name, const char *mode)
 
 static std::string written(velinifile *inifile)
 {
+    unlink("out.ini"); /* writing over a file may wait for the disk */
     EXPECT_EQ(vel_inifile_write_file(inifile, "out.ini"), VEL_ERROR_NONE);
     return support::read_file("out.ini");
 }
@@ -221,33 +223,45 @@ TEST_F(VelinifileMemory, FaultWithoutMemoryForItsLine)
 }
 
 struct edit_case {
-    const char *name;
-    const char *text;
+    std::string name;
+    std::string text;
     const char *section;
     const char *key;
     const char *value;
 };
 
-static const edit_case kEdits[] = {
-    {"Replace", ";\n[s]\n a = 1\n", "s", "a", " 2 "},
-    {"Add", ";\n[s]\n a = 1\n;\n", "s", "n", " 2 "},
-    {"AddToNull", ";\n[s]\n a = 1\n;\n", nullptr, "n", " 2 "},
-    {"AddOnTop", "[s]\n a = 1\n;\n", nullptr, "n", " 2 "},
-    {"AddSection", ";\n[s]\n a = 1\n;\n", "t", "n", " 2 "},
-    {"AddUnstrippedSection", ";\n[s]\n a = 1\n;\n", " t ", "n", " 2 "},
-    {"AddToEmptyFile", "", nullptr, "n", ""},
-};
+static std::vector<edit_case> edit_cases()
+{
+    std::vector<edit_case> rows = {
+        {"Replace", ";\n[s]\n a = 1\n", "s", "a", " 2 "},
+        {"Add", ";\n[s]\n a = 1\n;\n", "s", "n", " 2 "},
+        {"AddToNull", ";\n[s]\n a = 1\n;\n", nullptr, "n", " 2 "},
+        {"AddOnTop", "[s]\n a = 1\n;\n", nullptr, "n", " 2 "},
+        {"AddSection", ";\n[s]\n a = 1\n;\n", "t", "n", " 2 "},
+        {"AddUnstrippedSection", ";\n[s]\n a = 1\n;\n", " t ", "n", " 2 "},
+        {"AddToEmptyFile", "", nullptr, "n", ""},
+    };
+    /* Whatever finds the lines has to grow somewhere among these. */
+    std::string text = "[s]\na=1\n";
+    for (int i = 0; i < 70; i++) {
+        text += "k" + std::to_string(i) + "=1\n";
+        rows.push_back({"AddTo" + std::to_string(i), text, "s", "n", "2"});
+        rows.push_back({"AddSectionTo" + std::to_string(i), text, "t", "n", "2"});
+    }
+    return rows;
+}
 
 /* A failed edit leaves the file as it was, and works when it is repeated. */
 TEST_F(VelinifileMemory, Set)
 {
-    for (const edit_case &row : kEdits) {
+    for (const edit_case &row : edit_cases()) {
         SCOPED_TRACE(row.name);
         const ini_model::name section = row.section ? ini_model::name(row.section) : std::nullopt;
         ini_model before, after;
         ASSERT_EQ(before.parse(row.text).number, 0u);
         after = before;
         after.set(section, row.key, row.value);
+        unlink("in.ini");
         support::write_file("in.ini", row.text);
 
         size_t failures = 0;

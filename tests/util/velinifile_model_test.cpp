@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <random>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -107,6 +108,7 @@ class VelinifileModel : public testing::TestWithParam<unsigned int> {
     }
     std::string written()
     {
+        unlink("out.ini"); /* writing over a file may wait for the disk */
         EXPECT_EQ(vel_inifile_write_file(inifile_, "out.ini"), VEL_ERROR_NONE);
         return support::read_file("out.ini");
     }
@@ -146,6 +148,9 @@ class VelinifileModel : public testing::TestWithParam<unsigned int> {
 
 INSTANTIATE_TEST_SUITE_P(, VelinifileModel, testing::Range(1u, 41u));
 
+class VelinifileLargeModel : public VelinifileModel {};
+INSTANTIATE_TEST_SUITE_P(, VelinifileLargeModel, testing::Range(1u, 4u));
+
 TEST_P(VelinifileModel, RandomEdits)
 {
     const std::string text = random_.text(random_.below(40));
@@ -162,6 +167,36 @@ TEST_P(VelinifileModel, RandomEdits)
     }
 }
 
+/* So many sections and keys that whatever finds them grows, and is full of holes again. */
+TEST_P(VelinifileLargeModel, ManyKeys)
+{
+    const auto section = [&] { return "s" + std::to_string(random_.below(30)); };
+    const auto key = [&] { return "k" + std::to_string(random_.below(40)); };
+    inifile_ = vel_inifile_create(nullptr);
+    ASSERT_NE(inifile_, nullptr);
+    for (int i = 0; i < 3000; i++) {
+        /* More and more lines at first, and then fewer and fewer. */
+        const std::string ofsection = section(), ofkey = key();
+        if (random_.below(3000) > static_cast<size_t>(i)) {
+            const std::string value = std::to_string(i);
+            ASSERT_EQ(vel_inifile_set(inifile_, ofsection.c_str(), ofkey.c_str(), value.c_str()),
+                      VEL_ERROR_NONE);
+            model_.set(ofsection, ofkey, value);
+        } else {
+            unsigned int count = 77;
+            vel_inifile_delete_all(inifile_, ofsection.c_str(), ofkey.c_str(), &count);
+            ASSERT_EQ(count, model_.delete_all(ofsection, ofkey));
+        }
+        const std::string other = section(), otherkey = key();
+        const char *value = vel_inifile_get(inifile_, other.c_str(), otherkey.c_str());
+        ASSERT_EQ(value ? name(value) : name(), model_.get(other, otherkey));
+        if (i % 100 == 0) {
+            ASSERT_EQ(written(), model_.text());
+        }
+    }
+    EXPECT_EQ(written(), model_.text());
+}
+
 /* Faults, NUL bytes and lines longer than the buffer come in as well. */
 TEST_P(VelinifileModel, RandomBytes)
 {
@@ -176,6 +211,7 @@ TEST_P(VelinifileModel, RandomBytes)
                 text += "=" + std::string(4060 + random_.below(60), 'v');
             text += random_.one_of({"\n", "\n", "\n", "\r\n", "", "="});
         }
+        unlink("in.ini");
         support::write_file("in.ini", text);
         ini_model model;
         const ini_model::fault fault = model.parse(text);

@@ -582,8 +582,8 @@ TEST_F(VelthreadpoolFailed, EachAllocation)
         if (pool_)
             break;
         failures.push_back(failure);
-        const auto contexts = static_cast<unsigned int>(number > 6 ? number - 6 : 0);
-        expect_contexts(contexts, contexts);
+        const auto count = static_cast<unsigned int>(number > 6 ? number - 6 : 0);
+        expect_contexts(count, count);
     }
     EXPECT_EQ(failures, expected);
 }
