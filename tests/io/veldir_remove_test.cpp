@@ -471,7 +471,7 @@ TYPED_TEST(VeldirRemove, FileIsNotLookedAtWithoutMemory)
     }
 }
 
-template <typename Family> class VeldirRemoveDeathTest : public VeldirRemove<Family> {
+template <typename Family> class VeldirRemoveDeathTest : public testing::Test {
 };
 TYPED_TEST_SUITE(VeldirRemoveDeathTest, support::path_families, support::path_family_name);
 

@@ -337,7 +337,7 @@ TEST(Velutf8dirOom, EveryAllocationMayFail)
     support::vel_oom_drive(dir_life<support::utf8_paths>);
 }
 
-template <typename Family> class VeldirDeathTest : public Veldir<Family> {
+template <typename Family> class VeldirDeathTest : public testing::Test {
 };
 TYPED_TEST_SUITE(VeldirDeathTest, support::path_families, support::path_family_name);
 

@@ -94,7 +94,7 @@ TEST_F(Velforwarders, TruncateLeavesErrno)
     EXPECT_EQ(support::read_file("file"), "0123456789");
 }
 
-template <typename Family> class VelforwardersDeathTest : public VelforwardersOf<Family> {
+template <typename Family> class VelforwardersDeathTest : public testing::Test {
 };
 TYPED_TEST_SUITE(VelforwardersDeathTest, support::path_families, support::path_family_name);
 

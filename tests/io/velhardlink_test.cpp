@@ -114,7 +114,7 @@ TYPED_TEST(Velhardlink, EveryErrorOfThePlatform)
     }
 }
 
-template <typename Family> class VelhardlinkDeathTest : public Velhardlink<Family> {
+template <typename Family> class VelhardlinkDeathTest : public testing::Test {
 };
 TYPED_TEST_SUITE(VelhardlinkDeathTest, support::path_families, support::path_family_name);
 

@@ -429,7 +429,7 @@ TEST(Velutf8mkdirOom, EveryAllocationMayFail)
     support::vel_oom_drive(mkdir_life<support::utf8_paths>);
 }
 
-template <typename Family> class VelmkdirDeathTest : public Velmkdir<Family> {
+template <typename Family> class VelmkdirDeathTest : public testing::Test {
 };
 TYPED_TEST_SUITE(VelmkdirDeathTest, support::path_families, support::path_family_name);
 

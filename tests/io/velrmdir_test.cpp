@@ -52,7 +52,7 @@ TYPED_TEST(Velrmdir, ErrnoIsLeft)
     EXPECT_EQ(errno, EBUSY);
 }
 
-template <typename Family> class VelrmdirDeathTest : public Velrmdir<Family> {
+template <typename Family> class VelrmdirDeathTest : public testing::Test {
 };
 TYPED_TEST_SUITE(VelrmdirDeathTest, support::path_families, support::path_family_name);
 

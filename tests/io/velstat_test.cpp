@@ -204,7 +204,7 @@ TYPED_TEST(Velstat, CreationWithoutMemory)
                   "stat", 7, "not enough memory for " + family_name<TypeParam>("stat"))}}));
 }
 
-template <typename Family> class VelstatDeathTest : public support::path_test<Family> {
+template <typename Family> class VelstatDeathTest : public testing::Test {
 };
 TYPED_TEST_SUITE(VelstatDeathTest, support::path_families, support::path_family_name);
 
