@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -80,6 +81,32 @@ inline void print_row(const std::string &name, const std::vector<double> &values
         printf("\t%.6g", value);
     printf("\n");
     fflush(stdout);
+}
+
+/* Who runs, and what. */
+struct contender {
+    const char *name;
+    std::function<void()> run;
+};
+
+/* Prints a table of one row: the medians of contenders that take turns. Each is timed over so many
+ * calls, which do so many things each. */
+inline void measure(const char *unit, const char *row, const std::vector<contender> &contenders,
+                    int rounds, size_t calls, double things)
+{
+    series series(contenders.size());
+    for (int round = 0; round < rounds; round++)
+        for (size_t i = 0; i < contenders.size(); i++)
+            series.add(i, sample(calls, contenders[i].run) / things);
+
+    std::vector<std::string> names;
+    std::vector<double> medians;
+    for (size_t i = 0; i < contenders.size(); i++) {
+        names.push_back(contenders[i].name);
+        medians.push_back(series.median(i));
+    }
+    print_header(unit, names);
+    print_row(row, medians);
 }
 
 } // namespace bench

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 
 #include <gettext-po.h>
 #include <glib.h>
@@ -25,31 +24,6 @@ void require(bool holds)
 {
     if (!holds)
         abort();
-}
-
-struct contender {
-    const char *name;
-    std::function<void()> run;
-};
-
-/* Prints the medians of contenders that take turns. Each is timed over so many calls, which do so
- * many things each. */
-void measure(const char *unit, const char *row, const std::vector<contender> &contenders,
-             int rounds, size_t calls, double things)
-{
-    bench::series series(contenders.size());
-    for (int round = 0; round < rounds; round++)
-        for (size_t i = 0; i < contenders.size(); i++)
-            series.add(i, bench::sample(calls, contenders[i].run) / things);
-
-    std::vector<std::string> names;
-    std::vector<double> medians;
-    for (size_t i = 0; i < contenders.size(); i++) {
-        names.push_back(contenders[i].name);
-        medians.push_back(series.median(i));
-    }
-    bench::print_header(unit, names);
-    bench::print_row(row, medians);
 }
 
 /* ---- Options ---- */
@@ -201,10 +175,10 @@ void load_gettextpo(const std::string &source)
 void measure_translations()
 {
     const catalogue catalogue;
-    measure("ms", "load 10000 messages",
-            {{"vellib", [&] { vel_localization_destroy(load_vel(catalogue.root())); }},
-             {"gettext-po", [&] { load_gettextpo(catalogue.source()); }}},
-            31, 1, 1e6);
+    bench::measure("ms", "load 10000 messages",
+                   {{"vellib", [&] { vel_localization_destroy(load_vel(catalogue.root())); }},
+                    {"gettext-po", [&] { load_gettextpo(catalogue.source()); }}},
+                   31, 1, 1e6);
 
     /* gettext() translates in no "C" locale. */
     require(setlocale(LC_ALL, "C.UTF-8") && setenv("LANGUAGE", "xx", 1) == 0);
@@ -219,18 +193,18 @@ void measure_translations()
         require(vel_localization_localize(language, text.c_str()) ==
                 std::string(gettext(text.c_str())));
 
-    measure("ns", "look up, of 10000 messages",
-            {{"vellib",
-              [&] {
-                  for (const std::string &text : messages)
-                      bench::keep(vel_localization_localize(language, text.c_str()));
-              }},
-             {"gettext",
-              [&] {
-                  for (const std::string &text : messages)
-                      bench::keep(gettext(text.c_str()));
-              }}},
-            31, 1, kMessages);
+    bench::measure("ns", "look up, of 10000 messages",
+                   {{"vellib",
+                     [&] {
+                         for (const std::string &text : messages)
+                             bench::keep(vel_localization_localize(language, text.c_str()));
+                     }},
+                    {"gettext",
+                     [&] {
+                         for (const std::string &text : messages)
+                             bench::keep(gettext(text.c_str()));
+                     }}},
+                   31, 1, kMessages);
     vel_localization_destroy(localization);
 }
 
@@ -239,8 +213,8 @@ void measure_translations()
 int main()
 {
     vel_log_stderr_disable(nullptr);
-    measure("ns", "declare 7 options, parse 12 arguments",
-            {{"vellib", options_vel}, {"GOption", options_glib}}, 101, 200, 1);
+    bench::measure("ns", "declare 7 options, parse 12 arguments",
+                   {{"vellib", options_vel}, {"GOption", options_glib}}, 101, 200, 1);
     measure_translations();
     return 0;
 }

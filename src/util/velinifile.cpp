@@ -31,6 +31,12 @@ velinifile *vel_inifile_create(vel_error_t *error_out)
     return inifile;
 }
 
+static void vel_inifile_free_index(velinifileindex *index)
+{
+    if (index->slots)
+        vel_free(index->slots);
+}
+
 void vel_inifile_destroy(velinifile *inifile)
 {
     VEL_ASSERT(inifile);
@@ -41,10 +47,11 @@ void vel_inifile_destroy(velinifile *inifile)
     }
     while (velinifilesection *section = inifile->sections) {
         inifile->sections = section->next;
+        vel_inifile_free_index(&section->keys);
         vel_free(section);
     }
-    if (inifile->index.slots)
-        vel_free(inifile->index.slots);
+    vel_inifile_free_index(&inifile->nosection.keys);
+    vel_inifile_free_index(&inifile->index);
     vel_free(inifile);
 }
 
@@ -55,9 +62,8 @@ static velinifilesection *vel_inifile_find_section(struct velinifile *inifile, c
 {
     if (!name)
         return &inifile->nosection;
-    /* An entry that is no key is the first field of a section. */
-    return reinterpret_cast<velinifilesection *>(
-        vel_inifile_index_find(&inifile->index, nullptr, name));
+    /* The entry is the first field of a section. */
+    return reinterpret_cast<velinifilesection *>(vel_inifile_index_find(&inifile->index, name));
 }
 
 velinifilesection *vel_inifile_obtain_section(struct velinifile *inifile, velinifilespan name)
@@ -99,9 +105,29 @@ static velinifileline *vel_inifile_create_line(velinifilesection *section, size_
     auto *line = static_cast<velinifileline *>(vel_malloc(sizeof(velinifileline) + textlen));
     if (line) {
         *line = {};
-        line->entry.section = section;
+        line->section = section;
     }
     return line;
+}
+
+static char *vel_inifile_text(velinifileline *line)
+{
+    return reinterpret_cast<char *>(line + 1);
+}
+
+/* Tells whether stripping takes something off the end of a text. */
+static bool vel_inifile_is_cut(velinifilespan span, velinifilespan stripped)
+{
+    return stripped.text + stripped.len != span.text + span.len;
+}
+
+/* The stripped form of a text whose copy is given: a piece of that, or one more copy. */
+static const char *vel_inifile_copy_stripped(char **destptr, const char *copy, velinifilespan span,
+                                             velinifilespan stripped)
+{
+    if (vel_inifile_is_cut(span, stripped))
+        return vel_inifile_copy(destptr, stripped);
+    return copy + (stripped.text - span.text);
 }
 
 velinifileline *vel_inifile_create_key_line(velinifilesection *section, velinifilespan key,
@@ -109,16 +135,18 @@ velinifileline *vel_inifile_create_key_line(velinifilesection *section, velinifi
 {
     const velinifilespan strippedkey = vel_inifile_strip(key);
     const velinifilespan strippedvalue = vel_inifile_strip(value);
-    velinifileline *line = vel_inifile_create_line(section, key.len + value.len + strippedkey.len +
-                                                                strippedvalue.len + 4);
+    const size_t keycopylen = vel_inifile_is_cut(key, strippedkey) ? strippedkey.len + 1 : 0;
+    const size_t valuecopylen =
+        vel_inifile_is_cut(value, strippedvalue) ? strippedvalue.len + 1 : 0;
+    velinifileline *line =
+        vel_inifile_create_line(section, key.len + 1 + value.len + 1 + keycopylen + valuecopylen);
     if (!line)
         return nullptr;
-    auto *text = reinterpret_cast<char *>(line + 1);
-    line->raw = vel_inifile_copy(&text, key);
-    text[-1] = '=';
-    (void)vel_inifile_copy(&text, value);
-    line->entry.name = vel_inifile_copy(&text, strippedkey);
-    line->value = vel_inifile_copy(&text, strippedvalue);
+    char *text = vel_inifile_text(line);
+    const char *keycopy = vel_inifile_copy(&text, key);
+    const char *valuecopy = vel_inifile_copy(&text, value);
+    line->entry.name = vel_inifile_copy_stripped(&text, keycopy, key, strippedkey);
+    line->value = vel_inifile_copy_stripped(&text, valuecopy, value, strippedvalue);
     return line;
 }
 
@@ -127,8 +155,8 @@ velinifileline *vel_inifile_create_other_line(velinifilesection *section, velini
     velinifileline *line = vel_inifile_create_line(section, raw.len + 1);
     if (!line)
         return nullptr;
-    auto *text = reinterpret_cast<char *>(line + 1);
-    line->raw = vel_inifile_copy(&text, raw);
+    char *text = vel_inifile_text(line);
+    (void)vel_inifile_copy(&text, raw);
     return line;
 }
 
@@ -145,8 +173,7 @@ static velinifileline *vel_inifile_get_line(struct velinifile *inifile, const ch
                                             const char *key)
 {
     velinifilesection *found = vel_inifile_find_section(inifile, section);
-    return found ? vel_inifile_line_of(vel_inifile_index_find(&inifile->index, found, key))
-                 : nullptr;
+    return found ? vel_inifile_line_of(vel_inifile_index_find(&found->keys, key)) : nullptr;
 }
 
 static void vel_inifile_link(vel_list *list, velinifileline *place, velinifileline *line)
@@ -166,14 +193,14 @@ static void vel_inifile_link(vel_list *list, velinifileline *place, velinifileli
 
 void vel_inifile_insert(struct velinifile *inifile, velinifileline *place, velinifileline *line)
 {
-    velinifilesection *section = line->entry.section;
+    velinifilesection *section = line->section;
 
     vel_inifile_link(&inifile->list, place, line);
     if (!section->first)
         section->first = line;
     if (line->entry.name) {
         section->lastkey = line;
-        line->older = vel_inifile_line_of(vel_inifile_index_put(&inifile->index, &line->entry));
+        line->older = vel_inifile_line_of(vel_inifile_index_put(&section->keys, &line->entry));
     }
 }
 
@@ -181,7 +208,7 @@ void vel_inifile_insert(struct velinifile *inifile, velinifileline *place, velin
 static velinifileline *vel_inifile_former_key(const velinifileline *line)
 {
     velinifileline *former = line->prev;
-    while (former && !(former->entry.name && former->entry.section == line->entry.section))
+    while (former && !(former->entry.name && former->section == line->section))
         former = former->prev;
     return former;
 }
@@ -189,13 +216,13 @@ static velinifileline *vel_inifile_former_key(const velinifileline *line)
 /* Removes a line that has a key and that the index does not lead to any more. */
 static void vel_inifile_remove(struct velinifile *inifile, velinifileline *line)
 {
-    velinifilesection *section = line->entry.section;
+    velinifilesection *section = line->section;
 
     if (section->lastkey == line)
         section->lastkey = vel_inifile_former_key(line);
     /* Only lines ahead of all headers can be without a line of their own section before them. */
     if (section->first == line)
-        section->first = line->next && line->next->entry.section == section ? line->next : nullptr;
+        section->first = line->next && line->next->section == section ? line->next : nullptr;
     VEL_LIST_REMOVE(&inifile->list, line);
     vel_free(line);
 }
@@ -206,13 +233,13 @@ static void vel_inifile_remove(struct velinifile *inifile, velinifileline *line)
 static vel_error_t vel_inifile_replace(struct velinifile *inifile, velinifileline *line,
                                        velinifilespan key, velinifilespan value)
 {
-    velinifilesection *section = line->entry.section;
+    velinifilesection *section = line->section;
     velinifileline *newline = vel_inifile_create_key_line(section, key, vel_inifile_strip(value));
     if (!newline)
         return VEL_ERROR_NO_MEMORY;
 
     newline->older = line->older;
-    (void)vel_inifile_index_put(&inifile->index, &newline->entry);
+    (void)vel_inifile_index_put(&section->keys, &newline->entry);
     vel_inifile_link(&inifile->list, line, newline);
     if (section->first == line)
         section->first = newline;
@@ -229,8 +256,7 @@ static velinifileline *vel_inifile_create_header(velinifilesection *section, con
     velinifileline *line = vel_inifile_create_line(section, len + 3);
     if (!line)
         return nullptr;
-    auto *text = reinterpret_cast<char *>(line + 1);
-    line->raw = text;
+    char *text = vel_inifile_text(line);
     *text++ = '[';
     memcpy(text, name, len);
     memcpy(text + len, "]", 2);
@@ -242,7 +268,7 @@ static vel_error_t vel_inifile_add_section(struct velinifile *inifile, const cha
                                            velinifilespan key, velinifilespan value)
 {
     velinifilesection *section = vel_inifile_obtain_section(inifile, vel_inifile_span(name));
-    if (!section || !vel_inifile_index_reserve(&inifile->index))
+    if (!section || !vel_inifile_index_reserve(&section->keys))
         return VEL_ERROR_NO_MEMORY;
     velinifileline *header = vel_inifile_create_header(section, name);
     velinifileline *line = header ? vel_inifile_create_key_line(section, key, value) : nullptr;
@@ -266,7 +292,7 @@ static vel_error_t vel_inifile_add(struct velinifile *inifile, const char *name,
     velinifileline *line = vel_inifile_create_key_line(section, key, value);
     if (!line)
         return VEL_ERROR_NO_MEMORY;
-    if (!vel_inifile_index_reserve(&inifile->index)) {
+    if (!vel_inifile_index_reserve(&section->keys)) {
         vel_free(line);
         return VEL_ERROR_NO_MEMORY;
     }
@@ -302,7 +328,7 @@ void vel_inifile_delete_all(velinifile *inifile, const char *section, const char
     unsigned int removed = 0;
     velinifileline *line = vel_inifile_get_line(inifile, section, key);
     if (line)
-        vel_inifile_index_remove(&inifile->index, &line->entry);
+        vel_inifile_index_remove(&line->section->keys, &line->entry);
     while (line) {
         velinifileline *older = line->older;
         vel_inifile_remove(inifile, line);
@@ -324,6 +350,13 @@ const char *vel_inifile_get(velinifile *inifile, const char *section, const char
     return line ? line->value : nullptr;
 }
 
+static bool vel_inifile_write_line(FILE *file, const char *text, bool haskey)
+{
+    if (!haskey)
+        return vel_file_fprintf(file, "%s\n", text) >= 0;
+    return vel_file_fprintf(file, "%s=%s\n", text, text + strlen(text) + 1) >= 0;
+}
+
 vel_error_t vel_inifile_write_file(velinifile *inifile, const char *filename)
 {
     VEL_ASSERT(inifile);
@@ -335,7 +368,7 @@ vel_error_t vel_inifile_write_file(velinifile *inifile, const char *filename)
     bool good = true;
     for (auto *line = static_cast<velinifileline *>(inifile->list.head); line && good;
          line = line->next)
-        good = vel_file_fprintf(file, "%s\n", line->raw) >= 0;
+        good = vel_inifile_write_line(file, vel_inifile_text(line), line->entry.name != nullptr);
     /* What was buffered meets a full disk only here. */
     if (vel_file_close(file) != 0)
         good = false;

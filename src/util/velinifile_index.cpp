@@ -5,25 +5,22 @@
 #include <vellib/velhashfunc.h>
 #include <vellib/velmalloc.h>
 
-static constexpr size_t vel_inifile_index_first = 64; /* slots */
+static constexpr size_t vel_inifile_index_first = 8; /* slots */
 
-static uint64_t vel_inifile_index_hash(const velinifilesection *section, const char *name)
+static uint64_t vel_inifile_index_hash(const char *name)
 {
-    const uint64_t hash =
-        (vel_hashfunc_string(name) ^ reinterpret_cast<uintptr_t>(section)) * 0x9E3779B97F4A7C15;
+    const uint64_t hash = vel_hashfunc_string(name) * UINT64_C(0x9E3779B97F4A7C15);
     return hash ^ hash >> 32;
 }
 
 /* The slot of that name, or the free one where it is to be put. */
-static velinifileentry **vel_inifile_index_slot(const velinifileindex *index,
-                                                const velinifilesection *section, const char *name,
+static velinifileentry **vel_inifile_index_slot(const velinifileindex *index, const char *name,
                                                 uint64_t hash)
 {
     for (size_t i = hash;; i++) {
         velinifileentry **slot = &index->slots[i & (index->slotcount - 1)];
         const velinifileentry *entry = *slot;
-        if (!entry ||
-            (entry->hash == hash && entry->section == section && strcmp(entry->name, name) == 0))
+        if (!entry || (entry->hash == hash && strcmp(entry->name, name) == 0))
             return slot;
     }
 }
@@ -58,19 +55,17 @@ bool vel_inifile_index_reserve(velinifileindex *index)
     return true;
 }
 
-velinifileentry *vel_inifile_index_find(const velinifileindex *index, velinifilesection *section,
-                                        const char *name)
+velinifileentry *vel_inifile_index_find(const velinifileindex *index, const char *name)
 {
     if (index->usecount == 0)
         return nullptr;
-    return *vel_inifile_index_slot(index, section, name, vel_inifile_index_hash(section, name));
+    return *vel_inifile_index_slot(index, name, vel_inifile_index_hash(name));
 }
 
 velinifileentry *vel_inifile_index_put(velinifileindex *index, velinifileentry *entry)
 {
-    entry->hash = vel_inifile_index_hash(entry->section, entry->name);
-    velinifileentry **slot =
-        vel_inifile_index_slot(index, entry->section, entry->name, entry->hash);
+    entry->hash = vel_inifile_index_hash(entry->name);
+    velinifileentry **slot = vel_inifile_index_slot(index, entry->name, entry->hash);
     velinifileentry *former = *slot;
     *slot = entry;
     index->usecount += !former;
@@ -80,8 +75,8 @@ velinifileentry *vel_inifile_index_put(velinifileindex *index, velinifileentry *
 void vel_inifile_index_remove(velinifileindex *index, const velinifileentry *entry)
 {
     const size_t mask = index->slotcount - 1;
-    size_t hole = static_cast<size_t>(
-        vel_inifile_index_slot(index, entry->section, entry->name, entry->hash) - index->slots);
+    size_t hole =
+        static_cast<size_t>(vel_inifile_index_slot(index, entry->name, entry->hash) - index->slots);
 
     /* What stands behind the hole moves into it, unless it would then stand ahead of its hash. */
     for (size_t i = (hole + 1) & mask; index->slots[i]; i = (i + 1) & mask) {

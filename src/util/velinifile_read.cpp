@@ -92,7 +92,7 @@ static vel_error_t vel_inifile_append(velinifilereader *reader, velinifileline *
 {
     if (!line)
         return VEL_ERROR_NO_MEMORY;
-    if (!vel_inifile_index_reserve(&reader->inifile->index)) {
+    if (!vel_inifile_index_reserve(&line->section->keys)) {
         vel_free(line);
         return VEL_ERROR_NO_MEMORY;
     }
