@@ -585,7 +585,7 @@ static int serve_directory(const char *directory, const char *address, unsigned 
     return served ? 0 : 1;
 }
 
-static const char *const synopsis[] = {N_("velserve [-a ADDRESS] [-p PORT] DIRECTORY"), NULL};
+static const char *const synopsis[] = {N_("velserve [OPTION]... DIRECTORY"), NULL};
 
 static const char *const paragraphs[] = {
     N_("Serves the files below DIRECTORY over HTTP/1.0 until interrupted."),
@@ -609,9 +609,9 @@ static int take_options(int argc, char **argv)
     unsigned int port = 8080;
     velgetopt *options = vel_getopt_create();
     int bad = !options ||
-              vel_getopt_const_string(options, NULL, 'a', &address, tr("ADDRESS"),
+              vel_getopt_const_string(options, "address", 'a', &address, tr("ADDRESS"),
                                       tr("Listen on this numeric address (127.0.0.1).")) ||
-              vel_getopt_string_callback(options, NULL, 'p', tr("PORT"),
+              vel_getopt_string_callback(options, "port", 'p', tr("PORT"),
                                          tr("Listen on this port (8080); 0 picks a free one."),
                                          on_port, &port);
     int first = common_parse(options, bad, synopsis, paragraphs, argc, argv);

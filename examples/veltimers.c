@@ -439,8 +439,7 @@ static int serve(const char *address, const char *port, unsigned int idlems, uns
     return served ? 0 : 1;
 }
 
-static const char *const synopsis[] = {
-    N_("veltimers [-a ADDRESS] [-p PORT] [-t SECONDS] [-i SECONDS]"), NULL};
+static const char *const synopsis[] = {N_("veltimers [OPTION]..."), NULL};
 
 static const char *const paragraphs[] = {
     N_("Echoes what it gets by TCP and UDP until interrupted, on one thread."),
@@ -477,16 +476,16 @@ static int take_options(int argc, char **argv)
     char porttext[12];
     velgetopt *options = vel_getopt_create();
     int bad = !options ||
-              vel_getopt_const_string(options, NULL, 'a', &address, tr("ADDRESS"),
+              vel_getopt_const_string(options, "address", 'a', &address, tr("ADDRESS"),
                                       tr("Listen on this numeric address (127.0.0.1).")) ||
-              vel_getopt_string_callback(options, NULL, 'p', tr("PORT"),
+              vel_getopt_string_callback(options, "port", 'p', tr("PORT"),
                                          tr("Listen on this port (7007); 0 picks a free one."),
                                          on_port, &port) ||
-              vel_getopt_string_callback(options, NULL, 't', tr("SECONDS"),
+              vel_getopt_string_callback(options, "timeout", 't', tr("SECONDS"),
                                          tr("Close a connection on which nothing moves (60); 0 for "
                                             "never."),
                                          on_seconds, &idle) ||
-              vel_getopt_string_callback(options, NULL, 'i', tr("SECONDS"),
+              vel_getopt_string_callback(options, "interval", 'i', tr("SECONDS"),
                                          tr("Say how it goes that often (1); 0 for never."),
                                          on_seconds, &interval);
     int first = common_parse(options, bad, synopsis, paragraphs, argc, argv);
