@@ -20,6 +20,10 @@ for header in "$root"/include/vellib/*.h; do
     [ -e "$prefix/include/vellib/$(basename "$header")" ] || { echo "$header is not installed"; exit 1; }
 done
 
+for page in man1/velini.1 man3/vel_json_parse.3 man3/VEL_ERROR_IO.3 man7/vellib-errors.7; do
+    find "$prefix" -path "*/man/$page" | grep -q . || { echo "$page is not installed"; exit 1; }
+done
+
 for source in "$root"/examples/vel*.c; do
     name=$(basename "$source" .c)
     warnings='-std=c99 -pedantic -Wall -Wextra -Werror -D_POSIX_C_SOURCE=200809L'

@@ -168,6 +168,7 @@ def read_header(path):
     source = path.read_text()
     title, docstring, declarations = "", Docstring([]), []
     comment, group, end = None, "", 0
+    told, own = None, None
     for match in TOKEN.finditer(source):
         text = match[0]
         # What is not in the line above has nothing to say about this.
@@ -188,11 +189,15 @@ def read_header(path):
             continue
         found = classify(text)
         if found:
-            shown = re.sub(r"^(extern )?VEL_API ", r"\1", text)
+            shown = text
+            if text.startswith("VEL_API "):
+                shown = re.sub(r"(?m)^ {8}(?= )", "", text.removeprefix("VEL_API "))
+            shown = shown.replace("extern VEL_API ", "extern ")
             if comment and comment.startswith(path.stem + ": "):
                 own = docstring
-            else:
+            elif comment != told:
                 own = parse_docstring(re.sub(r"^vel\w+: ", "", comment)) if comment else None
+            told = comment
             declarations.append(Declaration(*found[:2], shown, own, found[2], group,
                                             source.count("\n", 0, match.start()) + 1))
             # A row of constants has one comment.

@@ -18,8 +18,8 @@
  *
  * The client sends neither Preview nor Connection nor User-Agent, and joins no folded lines.
  *
- * Threads: one at a time. Note: the text of the Encapsulated header is built in one buffer of the
- * process, so no two threads may perform at once, even with contexts of their own.
+ * Threads: one at a time, and one performs at a time in the whole process, even with contexts of
+ * their own, as the text of the Encapsulated header is built in one buffer of the process.
  * Note: a server that closes a connection raises SIGPIPE in the next write to it, which ends the
  * process unless vel_signal_ignore_sigpipe was called.
  * Note: the whole request is written before the first byte of the answer is read. A service that
