@@ -159,7 +159,7 @@ def errors_of(docstring, codes, names):
         if number == "0" or not re.search(rf"\b{name}\b", told):
             continue
         cause = re.search(rf"(?m)\b{name} ((?:if|for|when|after|where|without|past)\b.*?)(?=;|\.(?: |$)|,? or VEL_|,? with |$)", told)
-        words = f"{capital(text)}, {cause[1]}" if cause else capital(text)
+        words = f"{capital(text)}: {cause[1].rstrip(',')}" if cause else capital(text)
         rows.append(f".TP\n.BR {name} \" ({number})\"\n" + fill(names.mark(words + ".")))
     return rows
 
@@ -170,7 +170,7 @@ def result_of_another(docstring, known):
     return named[1] if named and known.get(named[1]) == "function" else None
 
 
-def function_page(header, declaration, known, codes):
+def function_page(header, declaration, known, codes, declared):
     names = Names(known, declaration.arguments)
     docstring = declaration.docstring
     result = result_of(declaration)
@@ -188,10 +188,15 @@ def function_page(header, declaration, known, codes):
 
     section("ARGUMENTS", [part for part in docstring.parts if part[0] == "arguments"])
     section("RETURN VALUE", result)
+    told = []
     if not result and not re.match(r"(typedef )?void\s+vel_|#define|extern", declaration.text):
-        other = result_of_another(docstring, known)
-        out += [heading("RETURN VALUE"), names.mark(f"That of {other}." if other else "As the description has it.")]
-    rows = errors_of(docstring, codes, names)
+        out += [heading("RETURN VALUE"), "As the description has it."]
+        other = declared.get(result_of_another(docstring, known))
+        if other and result_of(other):
+            out[-1] = names.mark(f"That of {other.name}:")
+            out.append(".PP\n" + render_parts(result_of(other), names))
+            told = result_of(other)
+    rows = errors_of(headers.Docstring(docstring.parts + told), codes, names)
     if rows:
         out += [heading("ERRORS"), "\n".join(rows)]
     section("THREADS", [("text", capital(text)) for text in docstring.of("threads") or header.docstring.of("threads")])
@@ -416,6 +421,7 @@ def write_pages(output):
     all_headers = headers.read_headers(ROOT)
     known = {}
     codes = error_codes(all_headers)
+    declared = {d.name: d for h in all_headers for d in h.declarations}
     for header in all_headers:
         for declaration in header.declarations:
             paged = declaration.kind in ("function", "callback", "macro", "object")
@@ -435,7 +441,7 @@ def write_pages(output):
         write(header.name + ".3", header_page(header, known))
         for declaration in header.declarations:
             if known[declaration.name] == "function":
-                write(declaration.name + ".3", function_page(header, declaration, known, codes))
+                write(declaration.name + ".3", function_page(header, declaration, known, codes, declared))
         # The other names of a header lead to its page; the result codes have one of their own.
         target = "man7/vellib-errors.7" if header.name == "velerror" else f"man3/{header.name}.3"
         source = re.sub(r"(?s)/\*.*?\*/", "", header.path.read_text())

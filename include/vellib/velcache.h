@@ -39,12 +39,12 @@ VEL_API void vel_cache_set_memory_limit(velcache *velcache, size_t limitsize);
  * data     is copied; not NULL even if datalen is 0.
  * datalen  the length in bytes.
  *
- * Returns VEL_ERROR_NONE. Every failure is logged:
- *   VEL_ERROR_OUT_OF_RANGE  the block alone is over the limit; the cache is unchanged. Or there is
- *                           no memory for its entry in the table: then the block that the key had
- *                           and blocks evicted for the new one are gone.
- *   VEL_ERROR_NO_MEMORY     there is no memory for the copies; the cache is unchanged.
- *   VEL_ERROR_INTERNAL      the cache is filled to the last byte of its limit.
+ * Returns VEL_ERROR_NONE, or, logged,
+ * - VEL_ERROR_OUT_OF_RANGE if the block alone is over the limit, with the cache unchanged. Or there
+ *   is no memory for its entry in the table: then the block that the key had and blocks evicted for
+ *   the new one are gone.
+ * - VEL_ERROR_NO_MEMORY if there is no memory for the copies, with the cache unchanged.
+ * - VEL_ERROR_INTERNAL if the cache is filled to the last byte of its limit.
  * Note: with VEL_ERROR_INTERNAL the block is stored all the same. Leave a byte of room to avoid
  * it. */
 VEL_API vel_error_t vel_cache_set(velcache *velcache, const char *key, const void *data,

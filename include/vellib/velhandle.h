@@ -144,11 +144,18 @@ VEL_API void vel_handle_set_error(velhandle *velhandle, vel_error_t velerror);
 /* Returns the error of the last read, write or accept, or VEL_ERROR_NONE. */
 VEL_API vel_error_t vel_handle_get_error(velhandle *velhandle);
 
-/* Sets the time limit of connecting, and of each wait of a write. */
+/* Sets the time limit of connecting, and of each wait of a write.
+ *
+ * seconds       negative for no limit.
+ * microseconds  below 1000000, or the next wait aborts. */
 VEL_API void vel_handle_set_write_timeout(velhandle *velhandle, int seconds,
                                           unsigned int microseconds);
 
 /* Sets the time limit of a read, a line and accepting.
+ *
+ * seconds       negative for no limit.
+ * microseconds  below 1000000, or the next wait aborts.
+ *
  * Note: 0 and 0 is a limit that has already passed: nothing is read, whatever is waiting. */
 VEL_API void vel_handle_set_read_timeout(velhandle *velhandle, int seconds,
                                          unsigned int microseconds);

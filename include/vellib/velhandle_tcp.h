@@ -10,7 +10,7 @@
  *
  * Reading or writing a handle before it is connected aborts, and so does asking it for its port.
  * vel_handle_get_peer_name is not supported. vel_handle_wakeup works on a listening handle; on any
- * other it gives VEL_ERROR_WRITE.
+ * other it gives VEL_ERROR_WRITE. Connecting a handle a second time gives VEL_ERROR_BUSY.
  * Threads: as velhandle has it.
  * Note: a write to a connection that the peer has closed raises SIGPIPE, which ends a process that
  * has not called vel_signal_ignore_sigpipe or the like. */

@@ -12,7 +12,7 @@
  *
  * Reading or writing a handle before it is connected or listens aborts, and so does asking it for
  * its port or peer. vel_handle_wakeup works on a listening handle; on any other it gives
- * VEL_ERROR_WRITE.
+ * VEL_ERROR_WRITE. Connecting a handle a second time gives VEL_ERROR_BUSY.
  * Threads: as velhandle has it.
  * Note: UDP destinations are IPv4; a name that has only IPv6 addresses cannot be connected to.
  * Note: an empty datagram reads as VEL_ERROR_END_OF_FILE. */

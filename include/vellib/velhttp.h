@@ -235,7 +235,7 @@ VEL_API void vel_http_set_progress_callbacks(velhttp *velhttp, vel_http_progress
  *
  * Returns VEL_ERROR_NONE when a response was received, whatever its status code;
  * VEL_ERROR_TIMER_EXPIRED when the limit of the whole transfer has passed; VEL_ERROR_TIMED_OUT when
- * the idle limit has passed, or either while connecting; VEL_ERROR_CANCELED after vel_http_abort;
+ * the idle limit has passed; VEL_ERROR_CANCELED after vel_http_abort;
  * VEL_ERROR_OUT_OF_RANGE after the tenth redirect; VEL_ERROR_PROTOCOL for a redirect that does not
  * say where to; VEL_ERROR_UNSUPPORTED if the backend cannot perform; VEL_ERROR_NO_MEMORY; or what
  * the backend or a callback says. A failure is logged. The response then is what had come in.

@@ -12,7 +12,17 @@
 
 VEL_DECLARATIONS_BEGIN
 
-/* Creates an HTTP client.
+/* Creates an HTTP client. Its vel_http_perform gives, besides what that tells of itself,
+ * - VEL_ERROR_INVALID_ARGUMENT without a URL, or for one that cannot be parsed,
+ * - VEL_ERROR_UNSUPPORTED for a scheme other than "http",
+ * - what vel_socket_connect_async and vel_socket_connect_wait give, such as
+ *   VEL_ERROR_HOST_UNRESOLVED and VEL_ERROR_CONNECTION_REFUSED,
+ * - VEL_ERROR_BROKEN_PIPE, VEL_ERROR_CONNECTION_RESET or VEL_ERROR_END_OF_FILE where the connection
+ *   is lost before the headers are complete,
+ * - VEL_ERROR_PROTOCOL for a status line that is not understood,
+ * - VEL_ERROR_INTERRUPTED for a signal during a wait,
+ * - VEL_ERROR_MESSAGE_TOO_LONG for a line of more than 4096 bytes in front of the body.
+ * A body that ends early is no failure: compare its length with the Content-Length.
  *
  * Returns the context, for vel_http_destroy and all functions of velhttp, or NULL if there is not
  * enough memory, which is logged.

@@ -31,15 +31,16 @@ VEL_API velinifile *vel_inifile_create(vel_error_t *error_out);
 /* Reads a file.
  *
  * filename   its path.
- * error_out  receives the cause; may be NULL:
- *   VEL_ERROR_NONE
- *   VEL_ERROR_NOT_FOUND       the file cannot be opened, for whatever reason
- *   VEL_ERROR_INVALID_SYNTAX  a line is none of the above; the log has its number and the reason
- *   VEL_ERROR_NO_MEMORY
- *   VEL_ERROR_GENERIC         the file cannot be read on, which is logged
- *   VEL_ERROR_OUT_OF_RANGE    a line is longer than memory can be, which is logged
+ * error_out  receives the cause, as below; may be NULL.
  *
- * Returns the object, for vel_inifile_destroy, or NULL.
+ * Returns the object, for vel_inifile_destroy, or NULL. The cause is
+ * - VEL_ERROR_NONE,
+ * - VEL_ERROR_NOT_FOUND if the file cannot be opened, for whatever reason,
+ * - VEL_ERROR_INVALID_SYNTAX for a line that is none of the above; the log has its number and the
+ *   reason,
+ * - VEL_ERROR_NO_MEMORY,
+ * - VEL_ERROR_GENERIC if the file cannot be read on, as a directory, which is logged,
+ * - VEL_ERROR_OUT_OF_RANGE for a line that is longer than memory can be, which is logged.
  * Note: an object can come with an error: after VEL_ERROR_GENERIC and VEL_ERROR_OUT_OF_RANGE, and
  * after VEL_ERROR_NO_MEMORY if it was the buffer of a line, it has the lines read so far. Look at
  * *error_out, and destroy what is not NULL.

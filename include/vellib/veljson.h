@@ -81,6 +81,9 @@ VEL_API veljsonnode *vel_json_node_create(unsigned int nodetype);
 
 /* Finds a node.
  *
+ * veljsonnodeptr  receives the node, which stays the document's.
+ * ...             a path as veljson.h has it, closed by (char *)NULL.
+ *
  * Returns 0, or -1 if the path leads nowhere, which is logged: a key or an index that is missing at
  * level 13, a node of the wrong type at level 6.
  * Note: a path of nothing but the end, in an empty document, gives 0 and NULL. */
@@ -88,66 +91,107 @@ VEL_API int vel_json_fetch_node_const(veljson *veljson, const veljsonnode **velj
 
 /* Finds a node that is to be changed.
  *
+ * veljsonnodeptr  receives the node, which stays the document's.
+ * ...             a path as veljson.h has it, closed by (char *)NULL.
+ *
  * Returns 0, or -1 as vel_json_fetch_node_const, also for any path in an empty document. */
 VEL_API int vel_json_fetch_node(veljson *veljson, veljsonnode **veljsonnodeptr, ...);
 
 /* Finds a string.
  *
  * stringptr  receives the node's own string.
+ * ...        a path as veljson.h has it, closed by (char *)NULL.
  *
- * Returns 0, or -1 if the path leads nowhere, or to something else, which is not logged. */
+ * Returns 0, or -1 if the path leads nowhere, which is logged as by vel_json_fetch_node_const, or to
+ * something else, which is not. */
 VEL_API int vel_json_fetch_string(veljson *veljson, const char **stringptr, ...);
 
 /* Finds a value and makes an int of it: a number is rounded; of a string the number that it begins
  * with is taken; true is 1, false is 0.
+ *
+ * valueptr  receives the value.
+ * ...       a path as veljson.h has it, closed by (char *)NULL.
  *
  * Returns 0, or -1 if the path leads nowhere, if what it leads to has no such value, or if that does
  * not fit, which is logged.
  * Note: aborts for a path of nothing but the end in an empty document. */
 VEL_API int vel_json_fetch_int(veljson *veljson, int *valueptr, ...);
 
-/* Finds a value and makes a 64-bit integer of it, as vel_json_fetch_int does. */
+/* Finds a value and makes a 64-bit integer of it, as vel_json_fetch_int does.
+ *
+ * valueptr  receives the value.
+ * ...       a path as veljson.h has it, closed by (char *)NULL. */
 VEL_API int vel_json_fetch_int64(veljson *veljson, int64_t *valueptr, ...);
 
-/* Finds a value and makes a double of it, as vel_json_fetch_int does but without rounding. */
+/* Finds a value and makes a double of it, as vel_json_fetch_int does but without rounding.
+ *
+ * valueptr  receives the value.
+ * ...       a path as veljson.h has it, closed by (char *)NULL. */
 VEL_API int vel_json_fetch_double(veljson *veljson, double *valueptr, ...);
 
 /* Finds a true or a false.
  *
  * valueptr  receives 1 or 0.
+ * ...       a path as veljson.h has it, closed by (char *)NULL.
  *
- * Returns 0, or -1 if the path leads nowhere, or to something else, which is not logged. */
+ * Returns 0, or -1 if the path leads nowhere, which is logged as by vel_json_fetch_node_const, or to
+ * something else, which is not. */
 VEL_API int vel_json_fetch_boolean(veljson *veljson, int *valueptr, ...);
 
 /* Finds out whether a value is null.
  *
  * valueptr  receives 1 if the path leads to a null, or else 0.
+ * ...       a path as veljson.h has it, closed by (char *)NULL.
  *
  * Returns 0, or -1 if the path leads nowhere. */
 VEL_API int vel_json_fetch_null(veljson *veljson, int *valueptr, ...);
 
 /* ---- Fetching by a path from a node; NULL is the root ---- */
 
-/* Finds a node, as vel_json_fetch_node_const. */
+/* Finds a node, as vel_json_fetch_node_const.
+ *
+ * node            where the path starts; NULL is the root.
+ * veljsonnodeptr  receives the node, which stays the document's.
+ * ...             a path as veljson.h has it, closed by (char *)NULL. */
 VEL_API int vel_json_node_fetch_node_const(veljson *veljson, const veljsonnode *node,
                                            const veljsonnode **veljsonnodeptr, ...);
 
-/* Finds a node that is to be changed, as vel_json_fetch_node. */
+/* Finds a node that is to be changed, as vel_json_fetch_node.
+ *
+ * node            where the path starts; NULL is the root.
+ * veljsonnodeptr  receives the node, which stays the document's.
+ * ...             a path as veljson.h has it, closed by (char *)NULL. */
 VEL_API int vel_json_node_fetch_node(veljson *veljson, veljsonnode *node,
                                      veljsonnode **veljsonnodeptr, ...);
 
-/* Finds a string, as vel_json_fetch_string. */
+/* Finds a string, as vel_json_fetch_string.
+ *
+ * node       where the path starts; NULL is the root.
+ * stringptr  receives the node's own string.
+ * ...        a path as veljson.h has it, closed by (char *)NULL. */
 VEL_API int vel_json_node_fetch_string(veljson *veljson, const veljsonnode *node,
                                        const char **stringptr, ...);
 
-/* Finds an int, as vel_json_fetch_int. */
+/* Finds an int, as vel_json_fetch_int.
+ *
+ * node      where the path starts; NULL is the root.
+ * valueptr  receives the value.
+ * ...       a path as veljson.h has it, closed by (char *)NULL. */
 VEL_API int vel_json_node_fetch_int(veljson *veljson, const veljsonnode *node, int *valueptr, ...);
 
-/* Finds a 64-bit integer, as vel_json_fetch_int64. */
+/* Finds a 64-bit integer, as vel_json_fetch_int64.
+ *
+ * node      where the path starts; NULL is the root.
+ * valueptr  receives the value.
+ * ...       a path as veljson.h has it, closed by (char *)NULL. */
 VEL_API int vel_json_node_fetch_int64(veljson *veljson, const veljsonnode *node, int64_t *valueptr,
                                       ...);
 
-/* Finds a double, as vel_json_fetch_double. */
+/* Finds a double, as vel_json_fetch_double.
+ *
+ * node      where the path starts; NULL is the root.
+ * valueptr  receives the value.
+ * ...       a path as veljson.h has it, closed by (char *)NULL. */
 VEL_API int vel_json_node_fetch_double(veljson *veljson, const veljsonnode *node, double *valueptr,
                                        ...);
 
@@ -185,36 +229,36 @@ VEL_API void *vel_json_enumerate_next(veljson *veljson, veljsonnode *objectnode,
                                       void *veljsonenumhandle, const char **keyptr,
                                       veljsonnode **nodeptr);
 
-/* ---- What a node is; each returns 1 or 0 ---- */
+/* ---- What a node is ---- */
 
-/* Tells whether a node is an object. */
+/* Tells whether a node is an object: 1 or 0. */
 VEL_API int vel_json_is_object(veljson *veljson, const veljsonnode *node);
 
-/* Tells whether a node is an array. */
+/* Tells whether a node is an array: 1 or 0. */
 VEL_API int vel_json_is_array(veljson *veljson, const veljsonnode *node);
 
-/* Tells whether a node is a string. */
+/* Tells whether a node is a string: 1 or 0. */
 VEL_API int vel_json_is_string(veljson *veljson, const veljsonnode *node);
 
-/* Tells whether a node is an integer or a double. */
+/* Tells whether a node is an integer or a double: 1 or 0. */
 VEL_API int vel_json_is_number(veljson *veljson, const veljsonnode *node);
 
-/* Tells whether a node is a number that was written without a dot, or set as an integer. */
+/* Tells whether a node is a number that was written without a dot, or set as an integer: 1 or 0. */
 VEL_API int vel_json_is_integer(veljson *veljson, const veljsonnode *node);
 
-/* Tells whether a node is a number that was written with a dot, or set as a double. */
+/* Tells whether a node is a number that was written with a dot, or set as a double: 1 or 0. */
 VEL_API int vel_json_is_double(veljson *veljson, const veljsonnode *node);
 
-/* Tells whether a node is true or false. */
+/* Tells whether a node is true or false: 1 or 0. */
 VEL_API int vel_json_is_boolean(veljson *veljson, const veljsonnode *node);
 
-/* Tells whether a node is true. */
+/* Tells whether a node is true: 1 or 0. */
 VEL_API int vel_json_is_true(veljson *veljson, const veljsonnode *node);
 
-/* Tells whether a node is false. */
+/* Tells whether a node is false: 1 or 0. */
 VEL_API int vel_json_is_false(veljson *veljson, const veljsonnode *node);
 
-/* Tells whether a node is null. */
+/* Tells whether a node is null: 1 or 0. */
 VEL_API int vel_json_is_null(veljson *veljson, const veljsonnode *node);
 
 /* ---- Setting ----

@@ -7,7 +7,7 @@
 /* velpunycode: Punycode (RFC 3492) on strings: a label of a host name, without the prefix "xn--".
  * No letter is folded and nothing is normalised.
  *
- * Threads: nothing is shared.
+ * Threads: any.
  * Note: an empty string aborts the process. A program tests what comes from outside before. */
 
 VEL_DECLARATIONS_BEGIN

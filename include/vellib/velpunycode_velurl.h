@@ -14,7 +14,7 @@
  * the length needed. Where the array is too small they fill it and return 223, a code without text
  * that comes from nowhere else.
  *
- * Threads: nothing is shared.
+ * Threads: any.
  * Note: the time grows with the square of the length: limit what comes from outside. */
 
 VEL_DECLARATIONS_BEGIN

@@ -7,7 +7,7 @@
 
 /* velpunycode_wchar: the functions of velwchar.h once more, under names of their own, for the
  * Punycode module to stand by itself. They differ in these names and in the path in lines of log.
- * Threads: nothing is shared. */
+ * Threads: any. */
 
 VEL_DECLARATIONS_BEGIN
 

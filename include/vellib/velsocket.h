@@ -103,6 +103,9 @@ VEL_API size_t vel_socket_write(velsocket *velsocket, const void *buf, size_t le
 
 /* Waits until there is something to read or accept, or until a wakeup.
  *
+ * timeoutsecs   seconds; negative for no limit.
+ * timeoutusecs  microseconds more, below 1000000.
+ *
  * Returns VEL_ERROR_NONE, VEL_ERROR_TIMED_OUT, VEL_ERROR_WAKEUP, VEL_ERROR_INTERRUPTED (a signal),
  * VEL_ERROR_NO_MEMORY, VEL_ERROR_INTERNAL or VEL_ERROR_GENERIC. If there is both something to read
  * and a wakeup, the wakeup is kept for the next wait. */
@@ -110,6 +113,9 @@ VEL_API vel_error_t vel_socket_poll_read(velsocket *velsocket, int timeoutsecs,
                                          unsigned int timeoutusecs);
 
 /* Waits until the socket can be written to or has failed.
+ *
+ * timeoutsecs   seconds; negative for no limit.
+ * timeoutusecs  microseconds more, below 1000000.
  *
  * Returns what vel_socket_poll_read returns, except that a wakeup does not end this wait. */
 VEL_API vel_error_t vel_socket_poll_write(velsocket *velsocket, int timeoutsecs,
@@ -165,7 +171,7 @@ VEL_API velsocket *vel_socket_tcp_connect(const char *name, unsigned int port,
  * timeoutusecs  microseconds more, below 1000000.
  * velerrorptr   receives VEL_ERROR_NONE or the reason of the failure: what
  *               vel_addrinfo_get_next gives if the name was not resolved, VEL_ERROR_TIMED_OUT, or
- *               the first failure of an address, such as VEL_ERROR_CONNECTION_REFUSED.
+ *               the first failure of an address, as vel_socket_connect_wait has them.
  *
  * Returns the connected socket, for vel_socket_destroy, or NULL with the reason logged.
  * Note: if every address fails at once, in connect(2) itself, the reason is
@@ -213,9 +219,12 @@ VEL_API vel_error_t vel_socket_connect_async(velsocket *velsocket, const char *n
  * timeoutusecs  microseconds more, below 1000000.
  *
  * Returns VEL_ERROR_NONE; VEL_ERROR_TIMED_OUT, after which the wait may be repeated;
- * VEL_ERROR_BAD_HANDLE if no connect is in progress; or the reason of the failure, which is
- * VEL_ERROR_INTERRUPTED for a signal and else the first failure of an address. Failures are logged,
- * and every result but VEL_ERROR_TIMED_OUT ends the connect.
+ * VEL_ERROR_BAD_HANDLE if no connect is in progress; VEL_ERROR_INTERRUPTED for a signal; or the first
+ * failure of an address: VEL_ERROR_CONNECTION_REFUSED, VEL_ERROR_CONNECTION_TIMED_OUT,
+ * VEL_ERROR_NETWORK_UNREACHABLE, VEL_ERROR_ACCESS, VEL_ERROR_PERMISSION, VEL_ERROR_INTERNAL for a
+ * descriptor that was closed, or VEL_ERROR_GENERIC, of which the log has the number;
+ * VEL_ERROR_CANNOT_CONNECT where there is none to tell. Failures are logged, and every result but
+ * VEL_ERROR_TIMED_OUT ends the connect.
  * Note: vel_socket_wakeup does not end this wait. */
 VEL_API vel_error_t vel_socket_connect_wait(velsocket *velsocket, int timeoutsecs,
                                             unsigned int timeoutusecs);

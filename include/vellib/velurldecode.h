@@ -9,7 +9,7 @@
 /* velurldecode: the bytes behind percent-encoded text (RFC 3986, 2.1). "%" and two digits of either
  * case give a byte, "+" gives a space, and any other byte, whichever it is, gives itself.
  *
- * Threads: nothing is shared.
+ * Threads: any.
  * Note: "%00" gives a NUL in the middle, where a reader of strings stops. Who must not be deceived
  * takes vel_urldecode_buffer and its length. */
 

@@ -10,7 +10,7 @@
  *
  * UTF-8 is validated as RFC 3629 has it: overlong forms, surrogates and values above U+10FFFF are
  * refused.
- * Threads: nothing is shared. */
+ * Threads: any. */
 
 VEL_DECLARATIONS_BEGIN
 

@@ -6,7 +6,8 @@
 #include <vellib/velapi.h>
 
 /* velwcs: strings of wide characters, which end in a zero. Lengths are in wide characters.
- * Threads: nothing is shared. Nothing is logged. */
+ * Nothing is logged.
+ * Threads: any. */
 
 VEL_DECLARATIONS_BEGIN
 
