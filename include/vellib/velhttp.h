@@ -144,6 +144,7 @@ VEL_API vel_error_t vel_http_add_header(velhttp *velhttp, const char *header);
 
 /* Sets the body of the request, a copy of data. It stays for all transfers until vel_http_reset.
  *
+ * data  the body; not NULL, even if size is 0.
  * size  its length in bytes.
  *
  * Returns VEL_ERROR_NONE, or VEL_ERROR_NO_MEMORY, logged, with the earlier body in place. */

@@ -87,7 +87,9 @@ VEL_API void vel_log_callback_enable(vellog *log);
 /* Turns the callback sink off. */
 VEL_API void vel_log_callback_disable(vellog *log);
 
-/* Sets the highest level that the callback sink takes. */
+/* Sets the highest level that the callback sink takes.
+ *
+ * level  0 to 16; 16 until then. */
 VEL_API void vel_log_callback_set_level(vellog *log, int level);
 
 /* Sets the name of the log file, "veldefault.log" until then. A file open so far is closed; the
@@ -115,7 +117,9 @@ VEL_API void vel_log_logfile_disable(vellog *log);
  * opened, which every later message then tries again. */
 VEL_API int vel_log_logfile_recreate(vellog *log);
 
-/* Sets the highest level that the log file sink takes. */
+/* Sets the highest level that the log file sink takes.
+ *
+ * level  0 to 16; 8 until then. */
 VEL_API void vel_log_logfile_set_level(vellog *log, int level);
 
 /* Turns the standard output sink on. */
@@ -124,7 +128,9 @@ VEL_API void vel_log_stdout_enable(vellog *log);
 /* Turns the standard output sink off. */
 VEL_API void vel_log_stdout_disable(vellog *log);
 
-/* Sets the highest level that the standard output sink takes. */
+/* Sets the highest level that the standard output sink takes.
+ *
+ * level  0 to 16; 8 until then. */
 VEL_API void vel_log_stdout_set_level(vellog *log, int level);
 
 /* Turns the standard error sink on. */
@@ -133,7 +139,9 @@ VEL_API void vel_log_stderr_enable(vellog *log);
 /* Turns the standard error sink off. */
 VEL_API void vel_log_stderr_disable(vellog *log);
 
-/* Sets the highest level that the standard error sink takes. */
+/* Sets the highest level that the standard error sink takes.
+ *
+ * level  0 to 16; 8 until then. */
 VEL_API void vel_log_stderr_set_level(vellog *log, int level);
 
 /* Turns the syslog sink on. Lines reach syslog without a time, as syslog adds its own. */
@@ -145,7 +153,9 @@ VEL_API void vel_log_syslog_disable(vellog *log);
 /* Sets the facility of the syslog sink, LOG_USER until then; a number of syslog.h. */
 VEL_API void vel_log_syslog_set_facility(vellog *log, int facility);
 
-/* Sets the highest level that the syslog sink takes. */
+/* Sets the highest level that the syslog sink takes.
+ *
+ * level  0 to 16; 8 until then. */
 VEL_API void vel_log_syslog_set_level(vellog *log, int level);
 
 /* Formats a message and delivers it with the time.
