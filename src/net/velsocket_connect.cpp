@@ -197,10 +197,10 @@ static vel_error_t vel_socket_connect_wait_once(struct velsocket *velsocket, int
     return VEL_ERROR_NONE;
 }
 
-/* Goes on from an address that has failed with an errno to the next. Returns what to report in the
- * end, unless that is VEL_ERROR_IN_PROGRESS. */
-static vel_error_t vel_socket_connect_advance(struct velsocket *velsocket,
-                                              velsocketconnect *connectctx, int platformerrno)
+/* Goes on from an address that has failed with an errno to the next. Returns true if that one is in
+ * progress; otherwise velerrorptr receives what to report in the end. */
+static bool vel_socket_connect_advance(struct velsocket *velsocket, velsocketconnect *connectctx,
+                                       int platformerrno, vel_error_t *velerrorptr)
 {
     vel_error_t velerror = vel_socket_map_connect_error(platformerrno);
     VEL_ASSERT(velerror != VEL_ERROR_NONE);
@@ -208,12 +208,16 @@ static vel_error_t vel_socket_connect_advance(struct velsocket *velsocket,
 
     /* The socket may have any type, and the next address gets a TCP connect all the same. */
     velerror = vel_socket_tcp_connect_next(connectctx, &velsocket);
-    if (velerror == VEL_ERROR_NONE || velerror == VEL_ERROR_IN_PROGRESS)
-        return velerror;
-    VEL_LOG(7, "vel_socket_tcp_connect_next() returned %d (%s)", velerror,
-            vel_error_string(velerror));
-    vel_socket_connectctx_update_error(connectctx, velerror);
-    return connectctx->error;
+    if (velerror == VEL_ERROR_IN_PROGRESS)
+        return true;
+    if (velerror != VEL_ERROR_NONE) {
+        VEL_LOG(7, "vel_socket_tcp_connect_next() returned %d (%s)", velerror,
+                vel_error_string(velerror));
+        vel_socket_connectctx_update_error(connectctx, velerror);
+        velerror = connectctx->error; /* may be VEL_ERROR_IN_PROGRESS, which ends the wait too */
+    }
+    *velerrorptr = velerror;
+    return false;
 }
 
 static vel_error_t vel_socket_connect_wait_all(struct velsocket *velsocket,
@@ -230,8 +234,7 @@ static vel_error_t vel_socket_connect_wait_all(struct velsocket *velsocket,
             VEL_LOG(13, "connected");
             return VEL_ERROR_NONE;
         }
-        velerror = vel_socket_connect_advance(velsocket, connectctx, platformerrno);
-        if (velerror != VEL_ERROR_IN_PROGRESS)
+        if (!vel_socket_connect_advance(velsocket, connectctx, platformerrno, &velerror))
             return velerror;
         if (vel_timeout_check(connectctx->timeout, &seconds, &microseconds) == 1) {
             VEL_LOG(13, "connect timeout occurred");

@@ -273,6 +273,23 @@ TEST_P(VelsocketOutcomeCase, AtOnce)
 INSTANTIATE_TEST_SUITE_P(Rows, VelsocketOutcomeCase, testing::ValuesIn(kOutcomeCases),
                          [](const auto &row) { return row.param.name; });
 
+/* No other outcome leaves a connect that can be waited for again. */
+TEST_F(VelsocketWalk, OutcomeStillInProgressEndsTheWaitAndNotTheConnect)
+{
+    shim_.resolve({{"127.0.0.1", kLater, EINPROGRESS}});
+    vel_error_t velerror = -1;
+    velsocket *velsocket = vel_socket_tcp_connect_async("host", 80, &velerror);
+    ASSERT_NE(velsocket, nullptr);
+    EXPECT_EQ(vel_socket_connect_wait(velsocket, 5, 0), VEL_ERROR_IN_PROGRESS);
+    EXPECT_EQ(log_.take(), (log_lines{kInProgress, kInProgress, kInProgress, kListEnd}));
+    EXPECT_THAT(shim_.waits(), ElementsAre(5000));
+
+    shim_.answer({"127.0.0.1", kLater, 0});
+    EXPECT_EQ(vel_socket_connect_wait(velsocket, 5, 0), VEL_ERROR_NONE);
+    EXPECT_EQ(vel_socket_connect_wait(velsocket, 5, 0), VEL_ERROR_BAD_HANDLE);
+    vel_socket_destroy(velsocket);
+}
+
 TEST_F(VelsocketWalk, LookupAsksForTcpOfAnyFamily)
 {
     shim_.resolve({{"127.0.0.1", kNow, 0}});
