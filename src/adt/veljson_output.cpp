@@ -140,11 +140,13 @@ static vel_error_t vel_json_output_quoted(veljsonoutput *output, const char *tex
     return VEL_ERROR_NONE;
 }
 
+/* Once a text is long, strings that need no escape are spared the way through a block of their own.
+ * A short text allocates for each, as the contract has it. */
 static vel_error_t vel_json_output_string(veljsonoutput *output, const char *string)
 {
     size_t len = strlen(string);
 
-    if (vel_json_scan_plain(string, len) == len)
+    if (output->buflen > vel_json_output_firstsize && vel_json_scan_plain(string, len) == len)
         return vel_json_output_quoted(output, string, len);
 
     char *const escaped = vel_json_string_escape(string, &len);

@@ -495,7 +495,16 @@ static const std::pair<int, const char *> kEscape = {
     7, "not enough memory for escaping string for JSON"};
 
 static const output_row kOutputRows[] = {
-    {"Short", "[1,2.5,{\"a\":true}]", {{kOutput}, {kResult}}},
+    {"Short", "[1,2.5,{}]", {{kOutput}, {kResult}}},
+    {"PlainKey",
+     "[{\"a\":true}]",
+     {{kOutput}, {{7, "not enough memory for escaping string (2 bytes)"}, kEscape}, {kResult}}},
+    {"PlainStrings",
+     R"(["abc",""])",
+     {{kOutput},
+      {{7, "not enough memory for escaping string (4 bytes)"}, kEscape},
+      {{7, "not enough memory for escaping string (1 bytes)"}, kEscape},
+      {kResult}}},
     {"Escapes",
      R"(["a\n\u0001"])",
      {{kOutput}, {{7, "not enough memory for escaping string (10 bytes)"}, kEscape}, {kResult}}},
@@ -504,10 +513,16 @@ static const output_row kOutputRows[] = {
      {{kOutput}, {{7, "not enough memory for escaping string (3 bytes)"}, kEscape}, {kResult}}},
     {"Long",
      "[\"" + std::string(5000, 'x') + "\"]",
-     {{kOutput}, {{7, "not enough memory for JSON output buffer (8190 bytes)"}}, {kResult}}},
+     {{kOutput},
+      {{7, "not enough memory for escaping string (5001 bytes)"}, kEscape},
+      {{7, "not enough memory for JSON output buffer (8190 bytes)"}},
+      {kResult}}},
     {"LongKey",
      "{\"" + std::string(5000, 'x') + "\":1}",
-     {{kOutput}, {{7, "not enough memory for JSON output buffer (8190 bytes)"}}, {kResult}}},
+     {{kOutput},
+      {{7, "not enough memory for escaping string (5001 bytes)"}, kEscape},
+      {{7, "not enough memory for JSON output buffer (8190 bytes)"}},
+      {kResult}}},
 };
 
 INSTANTIATE_TEST_SUITE_P(Rows, VeljsonMemoryOutput, testing::ValuesIn(kOutputRows), row_name());
