@@ -282,6 +282,7 @@ wchar_t *VEL_WCHAR(from_utf8)(const char *utf8)
 
 int VEL_WCHAR(buffer_from_utf8)(wchar_t *warray, size_t *warraylenptr, const char *utf8)
 {
+    VEL_ASSERT(warraylenptr != NULL);
     VEL_ASSERT(warray != NULL || *warraylenptr == 0);
     VEL_ASSERT(utf8 != NULL);
 

@@ -273,6 +273,7 @@ vel_error_t vel_urlencode_string(velurlencode *velurlencode, char **dstptr, cons
 vel_error_t vel_urlencode_buffer(velurlencode *velurlencode, char *dst, size_t *dstlenptr,
                                  const char *src, size_t srclen)
 {
+    VEL_ASSERT(velurlencode != NULL);
     VEL_ASSERT(dstlenptr != NULL);
     VEL_ASSERT(src != NULL);
     VEL_ASSERT(dst != NULL || *dstlenptr == 0);

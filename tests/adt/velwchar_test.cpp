@@ -436,6 +436,8 @@ TYPED_TEST(VelwcharDeathTest, Arguments)
     const std::string prefix = TypeParam::prefix;
     wchar_t wide[2];
     size_t length = 1;
+    EXPECT_DEATH(TypeParam::buffer_from_utf8(wide, nullptr, "a"),
+                 asserts("warraylenptr != NULL", prefix + "buffer_from_utf8"));
     EXPECT_DEATH(TypeParam::buffer_from_utf8(nullptr, &length, "a"),
                  asserts("warray != NULL || *warraylenptr == 0", prefix + "buffer_from_utf8"));
     EXPECT_DEATH(TypeParam::buffer_from_utf8(wide, &length, nullptr),

@@ -364,6 +364,8 @@ TEST_F(VelurlencodeDeathTest, TheBufferFormAssertsItsRoomAndSource)
 {
     char dst[4];
     size_t len = 4;
+    EXPECT_DEATH(vel_urlencode_buffer(nullptr, dst, &len, "a", 1),
+                 asserts("velurlencode != NULL", "vel_urlencode_buffer"));
     EXPECT_DEATH(vel_urlencode_buffer(table, dst, nullptr, "a", 1),
                  asserts("dstlenptr != NULL", "vel_urlencode_buffer"));
     EXPECT_DEATH(vel_urlencode_buffer(table, dst, &len, nullptr, 0),
