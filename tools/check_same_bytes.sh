@@ -10,7 +10,7 @@ for name in 'a b' 'another/deep.path'; do
     cp -r "$root/CMakeLists.txt" "$root/cmake" "$root/tools" "$root/src" "$root/include" "$work/$name"
     cmake -S "$work/$name" -B "$work/$name/out" -G Ninja -DCMAKE_BUILD_TYPE=None \
         -DCMAKE_CXX_FLAGS=-O1 >/dev/null
-    cmake --build "$work/$name/out" -j "$(nproc)" >/dev/null
+    cmake --build "$work/$name/out" -j "$(nproc)" --target vellib vellib_static >/dev/null
 done
 cmp "$work/a b/out/libvellib.so.1.0.0" "$work/another/deep.path/out/libvellib.so.1.0.0"
 cmp "$work/a b/out/libvellib.a" "$work/another/deep.path/out/libvellib.a"
