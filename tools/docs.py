@@ -66,6 +66,13 @@ def page(label, text):
     return re.sub(r"\*\*[^*]*\*\*", lambda bold: bold[0].replace("`", ""), text)
 
 
+def guide_page(label, text):
+    """A chapter of the guide: a fence keeps its language, and what is no page has no link."""
+    text = re.sub(r"(?m)^``` ?(c|cpp)\b.*$", r"```\1", text)
+    text = re.sub(r"(?m)^``` ?(?!c$|cpp$)\w.*$", "```", text)
+    return page(label, re.sub(r"\[([^\]]*)\]\(\.\./\.\./examples/[^)]*\)", r"\1", text))
+
+
 def main():
     output = pathlib.Path(sys.argv[1]).resolve()
     shutil.rmtree(output, ignore_errors=True)
@@ -82,6 +89,9 @@ def main():
     for path in (ROOT / "docs").glob("*.md"):
         text = manual.errors_markdown(all_headers) if path.stem == "errors" else path.read_text()
         (pages / path.name).write_text(page(path.stem, text))
+    (pages / "guide").mkdir()
+    for path in (ROOT / "docs/guide").glob("*.md"):
+        (pages / "guide" / path.name).write_text(guide_page(f"guide_{path.stem}", path.read_text()))
     config = f"""
         PROJECT_NAME = vellib
         PROJECT_BRIEF = "Foundation library for POSIX"
