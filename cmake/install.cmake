@@ -4,7 +4,7 @@ install(FILES ${VEL_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vell
 # What the example programs say in other languages, for those that are put into the directory bin.
 install(DIRECTORY examples/locale/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vellib/locale)
 
-# The manual pages, wherever Python is; the HTML reference, if the target vel_reference was built, which
+# The manual pages, wherever Python is; the HTML reference, if the target vellib_reference was built, which
 # needs doxygen. The interpreter is the one that the system's packages of Python are for.
 find_program(VEL_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH)
 find_program(VEL_PYTHON python3)
@@ -16,8 +16,8 @@ if(VEL_PYTHON)
     COMMAND ${CMAKE_COMMAND} -E touch man.stamp
     DEPENDS ${VEL_PUBLIC_HEADERS} ${VEL_DOCS} CHANGELOG.md tools/manual.py tools/headers.py
     COMMENT "Making the manual pages" VERBATIM)
-  add_custom_target(vel_manual ALL DEPENDS man.stamp)
-  add_custom_target(vel_reference
+  add_custom_target(vellib_manual ALL DEPENDS man.stamp)
+  add_custom_target(vellib_reference
     COMMAND ${python} ${PROJECT_SOURCE_DIR}/tools/docs.py ${PROJECT_BINARY_DIR}/docs VERBATIM)
   install(DIRECTORY ${PROJECT_BINARY_DIR}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR} OPTIONAL)
   install(DIRECTORY ${PROJECT_BINARY_DIR}/docs/html DESTINATION ${CMAKE_INSTALL_DOCDIR} OPTIONAL)
