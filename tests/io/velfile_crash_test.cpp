@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -147,6 +148,12 @@ class VelfileCrash : public testing::TestWithParam<start_state> {
             << "the save gave " << result.status << " and the load " << loaded;
     }
 
+    /* For the figures that ./dev test prints. */
+    static void say_points(const char *what, size_t points)
+    {
+        printf("crash: VelfileCrash/%s/%s %zu points\n", GetParam().name, what, points);
+    }
+
     void fail_each_call(bool andallafter);
 
     std::string directory;
@@ -184,6 +191,7 @@ TEST_P(VelfileCrash, KilledBeforeAndAfterEachCall)
     }
 
     ASSERT_GE(outcomes.size(), 2 * GetParam().leastcalls);
+    say_points("killed", outcomes.size());
     EXPECT_EQ(outcomes.front(), GetParam().before);
     EXPECT_EQ(outcomes.back(), kGivesNew);
     for (size_t i = 1; i < outcomes.size(); i++) {
@@ -236,6 +244,7 @@ TEST_P(VelfileCrash, DiskFillsUpWithinTheWrite)
 void VelfileCrash::fail_each_call(bool andallafter)
 {
     static const int errors[] = {ENOSPC, EIO, EACCES};
+    size_t points = 0;
     for (const int error : errors) {
         size_t failures = 0;
         bool reached = true;
@@ -248,6 +257,7 @@ void VelfileCrash::fail_each_call(bool andallafter)
                 return action;
             });
             reached = result.calls > point;
+            points += reached;
             failures += result.status == -1;
             expect_rule_holds(result);
             EXPECT_TRUE(andallafter || !std::filesystem::exists(path + ".tmp"));
@@ -257,6 +267,7 @@ void VelfileCrash::fail_each_call(bool andallafter)
         /* That the file cannot be created, written or renamed is not hidden. */
         EXPECT_GE(failures, 3u);
     }
+    say_points(andallafter ? "refused_from_there" : "refused", points);
 }
 
 TEST_P(VelfileCrash, EachCallFails)
