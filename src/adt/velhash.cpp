@@ -62,14 +62,16 @@ const void *vel_hash_hostkind::take(velhash *velhash, size_t, size_t hash, vel_l
 
 /* ---- Resizing ---- */
 
-/* Destroys the items slot by slot, those of a slot from the head on. */
+/* Destroys the items slot by slot, those of a slot from the head on. An item counts, in the array
+ * and in the table, until its callback has returned. */
 static void vel_hash_array_clear(velhash *velhash, velhasharray *velhasharray)
 {
     size_t slot = 0;
 
     while (vel_listlink *link = vel_hash_array_first(velhasharray, slot, &slot)) {
-        vel_hash_array_unlink(velhasharray, slot, link);
+        vel_hash_array_unlink_counted(velhasharray, slot, link);
         velhash->destroycallback(vel_hash_hostkind::item(velhash, link), velhash->context);
+        velhasharray->entries--;
         velhash->entries--;
     }
     velhasharray->cursor = 0;

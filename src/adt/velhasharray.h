@@ -102,12 +102,11 @@ static inline void vel_hash_array_link(velhasharray *velhasharray, size_t slot, 
     hashslot->filter |= vel_hash_filter_bit(hash);
 }
 
-/* Unlinks an item that is in a slot. */
-static inline void vel_hash_array_unlink(velhasharray *velhasharray, size_t slot,
-                                         vel_listlink *link)
+/* Unlinks an item that is in a slot, and leaves it to the caller to count it out of entries. */
+static inline void vel_hash_array_unlink_counted(velhasharray *velhasharray, size_t slot,
+                                                 vel_listlink *link)
 {
     velhasharray->blockusage[slot / vel_hash_blockslots]--;
-    velhasharray->entries--;
 
     velhashslot *const hashslot = &velhasharray->slots[slot];
     auto *const next = static_cast<vel_listlink *>(link->next);
@@ -124,6 +123,14 @@ static inline void vel_hash_array_unlink(velhasharray *velhasharray, size_t slot
         hashslot->filter = 0;
     link->next = nullptr;
     link->prev = nullptr;
+}
+
+/* Unlinks an item that is in a slot. */
+static inline void vel_hash_array_unlink(velhasharray *velhasharray, size_t slot,
+                                         vel_listlink *link)
+{
+    velhasharray->entries--;
+    vel_hash_array_unlink_counted(velhasharray, slot, link);
 }
 
 #endif

@@ -1,3 +1,4 @@
+#include <cstddef>
 #include <utility>
 #include <vector>
 
@@ -393,6 +394,51 @@ TEST_F(Velhash, ClearOfABiggerTableReturnsToTheMinimum)
     EXPECT_EQ(hash_state_of(table), (hash_state{0, 5, 0, 0, 0, 0}));
     EXPECT_THAT(seen.destroyedkeys, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11));
     EXPECT_THAT(log.take(), IsEmpty());
+}
+
+struct counting_context {
+    velhash *table;
+    std::vector<size_t> mainentries; /* at each call of the callback */
+};
+
+struct counting_item {
+    vel_listlink link;
+    size_t key;
+};
+
+static size_t counting_calc(const void *item, void *)
+{
+    return static_cast<const counting_item *>(item)->key;
+}
+
+static int counting_compare(const void *item1, const void *item2, void *)
+{
+    return static_cast<const counting_item *>(item1)->key !=
+           static_cast<const counting_item *>(item2)->key;
+}
+
+static void counting_destroy(void *, void *context)
+{
+    auto *const seen = static_cast<counting_context *>(context);
+    size_t mainentries = 99;
+    vel_hash_debug_state(seen->table, &mainentries, nullptr, nullptr, nullptr, nullptr, nullptr);
+    seen->mainentries.push_back(mainentries);
+}
+
+TEST(VelhashClear, AnItemCountsUntilItsCallbackHasReturnedButNotOneThatIsReplaced)
+{
+    counting_context seen{};
+    counting_item items[] = {{{}, 0}, {{}, 1}, {{}, 2}, {{}, 2}};
+    seen.table = vel_hash_create(offsetof(counting_item, link), counting_calc, counting_compare,
+                                 counting_destroy, &seen);
+    ASSERT_NE(seen.table, nullptr);
+
+    for (counting_item &item : items)
+        vel_hash_add(seen.table, &item);
+    EXPECT_THAT(seen.mainentries, ElementsAre(2));
+    vel_hash_clear(seen.table);
+    EXPECT_THAT(seen.mainentries, ElementsAre(2, 3, 2, 1));
+    vel_hash_destroy(seen.table);
 }
 
 TEST_F(Velhash, CreateFromDuringAResizeGivesAPlainEmptyTable)
