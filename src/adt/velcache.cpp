@@ -226,7 +226,8 @@ vel_error_t vel_cache_set(velcache *velcache, const char *key, const void *data,
     const size_t limitsize = velcache->limitsize;
     VEL_ASSERT(itemsize <= limitsize);
     vel_cache_cleanup(velcache, limitsize - itemsize);
-    if (vel_stringhash_add(velcache->hash, key, item) != 0) {
+    /* The key may lie in a block of the cache, which is gone by now. */
+    if (vel_stringhash_add(velcache->hash, item->key, item) != 0) {
         VEL_LOG(7, "not enough memory to add cache item to hashtable");
         vel_cache_item_destroy(item);
         return VEL_ERROR_OUT_OF_RANGE;

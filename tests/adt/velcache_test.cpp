@@ -202,6 +202,18 @@ TEST_F(Velcache, AReplacementEvictsOnlyWhatIsNeededAfterTheOldSizeHasGone)
     EXPECT_EQ(keys(), "ac");
 }
 
+TEST_F(Velcache, AKeyMayLieInABlockThatItsItemReplaces)
+{
+    static const char key[] = "own";
+    const void *block = nullptr;
+    size_t length = 0;
+
+    ASSERT_EQ(vel_cache_set(cache, key, key, sizeof(key)), VEL_ERROR_NONE);
+    ASSERT_EQ(vel_cache_get(cache, key, &block, &length), VEL_ERROR_NONE);
+    EXPECT_EQ(vel_cache_set(cache, static_cast<const char *>(block), "new", 3), VEL_ERROR_NONE);
+    EXPECT_EQ(get_block(cache, key), "new");
+}
+
 TEST_F(Velcache, ALowerLimitEvictsTheOldestFirst)
 {
     set_items("abc", 300);
