@@ -2,9 +2,11 @@
 
 #include "common.h"
 
+#include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 enum { TEXT_WIDTH = 79 };
@@ -308,8 +310,83 @@ int common_parse(velgetopt *options, int bad, const char *const *synopsis,
     else if (result >= 0 && version)
         printf("%s 1.0.0\n", program_name);
     if (result == COMMON_NO_MEMORY)
-        common_fail(0, "%s", tr(vel_error_string(VEL_ERROR_NO_MEMORY)));
+        common_fail_memory(0);
     if (options)
         vel_getopt_destroy(options);
     return result >= 0 && (help || version) ? COMMON_DONE : result;
+}
+
+/* ---- what the library says ------------------------------------------------------------------- */
+
+int common_keep_reason(const char *string, size_t length, int level, time_t when, void *context)
+{
+    struct common_reason *reason = context;
+
+    (void)level;
+    (void)when;
+    if (!reason->text[0])
+        snprintf(reason->text, sizeof(reason->text), "%.*s", (int)length, string);
+    return 0;
+}
+
+int common_fail_memory(int code)
+{
+    return common_fail(code, "%s", tr(vel_error_string(VEL_ERROR_NO_MEMORY)));
+}
+
+/* ---- files, signals, the terminal ------------------------------------------------------------ */
+
+char *common_read(FILE *stream, size_t *sizeptr)
+{
+    size_t room = 65536, size = 0, count;
+    char *data = vel_malloc(room);
+
+    while (data && (count = vel_file_read(stream, data + size, room - size - 1)) > 0) {
+        size += count;
+        if (room - size > 1)
+            continue;
+        char *grown = vel_realloc(data, room *= 2);
+        if (!grown)
+            vel_free(data);
+        data = grown;
+    }
+    if (!data) {
+        errno = ENOMEM;
+        return NULL;
+    }
+    if (vel_file_ferror(stream)) {
+        vel_free(data);
+        return NULL;
+    }
+    data[size] = '\0';
+    if (sizeptr)
+        *sizeptr = size;
+    return data;
+}
+
+void common_wake(int velsignal, void *context)
+{
+    int saved = errno;
+    ssize_t ignored = write(*(int *)context, "", 1);
+    (void)ignored;
+    (void)velsignal;
+    errno = saved;
+}
+
+void common_catch_signals(vel_signal_cb *callback, void *context)
+{
+    vel_signal_register_sigint(callback, context);
+    vel_signal_register_sigterm(callback, context);
+}
+
+int common_terminal_width(void)
+{
+    struct winsize size;
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+void common_show_line(const char *text)
+{
+    int width = common_terminal_width() - 1;
+    fprintf(stderr, "\r%-*.*s", width, width, text);
 }

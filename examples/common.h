@@ -5,6 +5,8 @@
 
 #include <stdarg.h>
 #include <stddef.h>
+#include <stdio.h>
+#include <time.h>
 
 #include <vellib/vellib.h>
 
@@ -39,6 +41,9 @@ int common_fail(int code, const char *format, ...) COMMON_PRINTF(2, 3);
 
 int common_fail_list(int code, const char *format, va_list arguments) COMMON_PRINTF(2, 0);
 
+/* The same for a lack of memory. */
+int common_fail_memory(int code);
+
 /* The same line as a failed option gets, for operands that are wrong. Returns COMMON_MISTAKE. */
 int common_mistake(const char *format, ...) COMMON_PRINTF(1, 2);
 
@@ -55,5 +60,29 @@ vel_error_t common_refuse(const char *reason);
  * Returns the index of the first operand, or one of the codes above, with all said. */
 int common_parse(velgetopt *options, int bad, const char *const *synopsis,
                  const char *const *paragraphs, int argc, char **argv);
+
+/* The first line in which the library said what is wrong; empty for none so far. */
+struct common_reason {
+    char text[1000];
+};
+
+/* A callback of the log that keeps that line in its context; those behind it only say where it came
+ * up. */
+int common_keep_reason(const char *string, size_t length, int level, time_t when, void *context);
+
+/* Reads a stream to its end; *sizeptr receives the size, NULL not to learn it. Returns the data, with
+ * a NUL behind it, to vel_free, or NULL with errno set. */
+char *common_read(FILE *stream, size_t *sizeptr);
+
+/* A callback of signals that writes a byte to the descriptor that its context points to. */
+void common_wake(int velsignal, void *context);
+
+/* Lets the signals that ask for an end go to a callback; NULL to let them end the program again. */
+void common_catch_signals(vel_signal_cb *callback, void *context);
+
+int common_terminal_width(void);
+
+/* Overwrites the last line of the terminal. */
+void common_show_line(const char *text);
 
 #endif

@@ -12,7 +12,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -93,25 +92,13 @@ static void on_signal(int velsignal, void *context)
 
 /* ---- messages and the progress bar ----------------------------------------------------------- */
 
-static int terminal_width(void)
-{
-    struct winsize size;
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
-}
-
-static void show_line(const char *text)
-{
-    int width = terminal_width() - 1;
-    fprintf(stderr, "\r%-*.*s", width, width, text);
-}
-
 /* Prints the one line that says what went wrong; returns the exit code. */
 static int COMMON_PRINTF(3, 4) fail(struct fetch *fetch, int code, const char *format, ...)
 {
     va_list arguments;
 
     if (fetch->showsbar) {
-        show_line("");
+        common_show_line("");
         fputc('\r', stderr);
     }
     va_start(arguments, format);
@@ -181,7 +168,7 @@ static void show_progress(struct fetch *fetch, int isdone)
 {
     static const char widest[] = "[]  8888 KiB of 8888 KiB  8888 KiB/s  88:88:88 left";
     char facts[160], when[32] = "", bar[201] = "", line[400];
-    int width = terminal_width() - 1;
+    int width = common_terminal_width() - 1;
     struct progress it;
 
     measure(fetch, isdone, &it);
@@ -201,7 +188,7 @@ static void show_progress(struct fetch *fetch, int isdone)
         memset(bar, '=', (size_t)(it.share * room));
     }
     snprintf(line, sizeof(line), bar[0] ? "[%s]  %s" : "%s%s", bar, facts);
-    show_line(line);
+    common_show_line(line);
 }
 
 /* ---- where the body goes --------------------------------------------------------------------- */

@@ -67,7 +67,7 @@ struct job {
     int isinchunks;      /* the message is, by its headers */
     int verbose, traces; /* whether the log is shown, and whether all of it */
     int isresponse, isrequest, isoptions, allows204; /* what was asked for */
-    char reason[300]; /* the first line in which the library said what is wrong */
+    struct common_reason reason;
 };
 
 /* ---- messages -------------------------------------------------------------------------------- */
@@ -81,54 +81,23 @@ static void make_harmless(char *text)
 
 static int fail_memory(void)
 {
-    return common_fail(FAILED, "%s", tr(vel_error_string(VEL_ERROR_NO_MEMORY)));
-}
-
-/* Keeps the first line of those that say what is wrong; the others only say where that came up. */
-static int on_log(const char *string, size_t length, int level, time_t when, void *context)
-{
-    struct job *job = context;
-
-    (void)level;
-    (void)when;
-    if (!job->reason[0])
-        snprintf(job->reason, sizeof(job->reason), "%.*s", (int)length, string);
-    return 0;
+    return common_fail_memory(FAILED);
 }
 
 /* ---- what is read ---------------------------------------------------------------------------- */
-
-/* Reads a stream to its end. Returns -1 with errno set. */
-static int read_stream(FILE *stream, struct block *block)
-{
-    size_t room = 65536, count;
-
-    block->data = vel_malloc(room);
-    while (block->data &&
-           (count = vel_file_read(stream, block->data + block->size, room - block->size)) > 0) {
-        block->size += count;
-        if (block->size < room)
-            continue;
-        char *grown = vel_realloc(block->data, room *= 2);
-        if (!grown)
-            vel_free(block->data);
-        block->data = grown;
-    }
-    if (!block->data)
-        errno = ENOMEM;
-    return block->data && !vel_file_ferror(stream) ? 0 : -1;
-}
 
 static int read_file(const char *filename, struct block *block)
 {
     int isstdin = strcmp(filename, "-") == 0;
     FILE *file = isstdin ? vel_file_get_stdin() : vel_file_open_binary(filename);
-    int result = file ? read_stream(file, block) : -1;
-    int readerrno = errno;
+    int readerrno;
+
+    block->data = file ? common_read(file, &block->size) : NULL;
+    readerrno = errno;
 
     if (file && !isstdin)
         vel_file_close(file);
-    return result == 0
+    return block->data
                ? 0
                : common_fail(FAILED_READ, tr("cannot read %s: %s"),
                              isstdin ? tr("standard input") : filename, tr(strerror(readerrno)));
@@ -516,8 +485,8 @@ static int explain_error(const struct job *job, vel_error_t error)
             break;
         }
     }
-    if (code == FAILED_REPLY && job->reason[0])
-        return common_fail(code, "%s: %s: %s", subject, tr(text), job->reason);
+    if (code == FAILED_REPLY && job->reason.text[0])
+        return common_fail(code, "%s: %s: %s", subject, tr(text), job->reason.text);
     return common_fail(code, "%s: %s", subject, tr(text));
 }
 
@@ -547,7 +516,7 @@ static int run(struct job *job)
     if (code)
         return code;
 
-    job->reason[0] = '\0';
+    job->reason.text[0] = '\0';
     vel_error_t error = vel_icap_perform(job->velicap);
     unsigned int status = vel_icap_get_status_code(job->velicap);
     int isrefusal = status != 0 && status != 200 && status != 204;
@@ -662,7 +631,7 @@ int main(int argc, char **argv)
 
     vel_log_stderr_disable(NULL);
     common_start("velicap");
-    vel_log_callback_set(NULL, on_log, &job);
+    vel_log_callback_set(NULL, common_keep_reason, &job.reason);
     vel_log_callback_set_level(NULL, 7);
     vel_log_callback_enable(NULL);
     vel_signal_ignore_sigpipe(); /* a closed connection is an error code, not the end */

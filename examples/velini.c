@@ -33,26 +33,14 @@ struct job {
     const char *filename;
     char *section, *key, *value; /* owned, without white space around them; NULL: not given */
     velinifile *inifile;
-    char *target;      /* owned; the file itself, where filename is a link */
-    int lock;          /* a descriptor of it, or -1: there is no such file yet */
-    char reason[1000]; /* the first line in which the library said what is wrong */
+    char *target; /* owned; the file itself, where filename is a link */
+    int lock;     /* a descriptor of it, or -1: there is no such file yet */
+    struct common_reason reason;
 };
-
-/* Keeps the first line of those that say what is wrong; the others only say where that came up. */
-static int on_log(const char *string, size_t length, int level, time_t when, void *context)
-{
-    struct job *job = context;
-
-    (void)level;
-    (void)when;
-    if (!job->reason[0])
-        snprintf(job->reason, sizeof(job->reason), "%.*s", (int)length, string);
-    return 0;
-}
 
 static int fail_memory(void)
 {
-    return common_fail(FAILED_MEMORY, "%s", tr(vel_error_string(VEL_ERROR_NO_MEMORY)));
+    return common_fail_memory(FAILED_MEMORY);
 }
 
 static int fail_file(int code, const struct job *job, int platformerrno)
@@ -67,14 +55,14 @@ static int fail_syntax(const struct job *job)
 {
     static const char *const reasons[] = {N_("no '=' found on non-empty non-comment line"),
                                           N_("bogus characters after ']'")};
-    const char *place = strstr(job->reason, job->filename);
+    const char *place = strstr(job->reason.text, job->filename);
     const char *reason = place ? strstr(place + strlen(job->filename), ": ") : NULL;
 
     for (size_t i = 0; reason && i < sizeof(reasons) / sizeof(reasons[0]); i++)
         if (strcmp(reason + 2, reasons[i]) == 0)
             return common_fail(FAILED_SYNTAX, "%.*s: %s", (int)(reason - place), place,
                                tr(reasons[i]));
-    return common_fail(FAILED_SYNTAX, "%s", job->reason);
+    return common_fail(FAILED_SYNTAX, "%s", job->reason.text);
 }
 
 /* The library does not tell why a file cannot be opened, but the platform does once more. */
@@ -562,7 +550,7 @@ int main(int argc, char **argv)
 
     vel_log_stderr_disable(NULL);
     common_start("velini");
-    vel_log_callback_set(NULL, on_log, &job);
+    vel_log_callback_set(NULL, common_keep_reason, &job.reason);
     vel_log_callback_set_level(NULL, 8);
     vel_log_callback_enable(NULL);
 

@@ -35,7 +35,7 @@ struct job {
     const char *value;
     int type, keys, raw;
     veljson *document;
-    char reason[200]; /* the first line in which the library said what is wrong */
+    struct common_reason reason;
 };
 
 static int fail(int code, const char *subject, const char *reason)
@@ -45,59 +45,21 @@ static int fail(int code, const char *subject, const char *reason)
 
 static int fail_memory(void)
 {
-    return fail(FAILED_OTHER, "", tr(vel_error_string(VEL_ERROR_NO_MEMORY)));
-}
-
-/* Keeps the first line of those that say what is wrong; the others only say where that came up. */
-static int on_log(const char *string, size_t length, int level, time_t when, void *context)
-{
-    struct job *job = context;
-
-    (void)level;
-    (void)when;
-    if (!job->reason[0])
-        snprintf(job->reason, sizeof(job->reason), "%.*s", (int)length, string);
-    return 0;
+    return common_fail_memory(FAILED_OTHER);
 }
 
 /* ---- reading --------------------------------------------------------------------------------- */
 
-/* The whole of a stream as a string, or NULL with errno set; text behind a zero byte is lost. */
-static char *read_stream(FILE *stream)
-{
-    size_t size = 65536, length = 0, count;
-    char *text = vel_malloc(size);
-
-    while (text && (count = vel_file_read(stream, text + length, size - length - 1)) > 0) {
-        length += count;
-        if (size - length == 1) {
-            char *grown = vel_realloc(text, size *= 2);
-            if (!grown)
-                vel_free(text);
-            text = grown;
-        }
-    }
-    if (!text) {
-        errno = ENOMEM;
-        return NULL;
-    }
-    if (vel_file_ferror(stream)) {
-        vel_free(text);
-        return NULL;
-    }
-    text[length] = '\0';
-    return text;
-}
-
+/* The whole of a file as a string, or NULL with errno set; text behind a zero byte is lost. */
 static char *read_file(const char *filename)
 {
     if (strcmp(filename, "-") == 0)
-        return read_stream(vel_file_get_stdin());
+        return common_read(vel_file_get_stdin(), NULL);
 
     FILE *file = vel_file_open_binary(filename);
     if (!file)
         return NULL;
-    char *text = read_stream(file);
+    char *text = common_read(file, NULL);
     int readerrno = errno;
     vel_file_close(file);
     errno = readerrno;
@@ -113,7 +75,7 @@ static int read_document(struct job *job)
         return fail(FAILED_DOCUMENT, shown, tr(strerror(errno)));
     int result = vel_json_parse(job->document, text);
     vel_free(text);
-    return result == 0 ? 0 : fail(FAILED_DOCUMENT, shown, job->reason);
+    return result == 0 ? 0 : fail(FAILED_DOCUMENT, shown, job->reason.text);
 }
 
 /* ---- walking --------------------------------------------------------------------------------- */
@@ -368,7 +330,7 @@ int main(int argc, char **argv)
 
     vel_log_stderr_disable(NULL);
     common_start("veljson");
-    vel_log_callback_set(NULL, on_log, &job);
+    vel_log_callback_set(NULL, common_keep_reason, &job.reason);
     vel_log_callback_set_level(NULL, 8);
     vel_log_callback_enable(NULL);
 

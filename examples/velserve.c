@@ -508,22 +508,6 @@ static void serve(veltcpserver *server, velhandle *handle, void *context)
     log_request(&request);
 }
 
-/* Runs in signal context, on any thread, so it only wakes the main thread. */
-static void wake_main(int velsignal, void *context)
-{
-    int saved = errno;
-    ssize_t ignored = write(*(int *)context, "", 1);
-    (void)ignored;
-    (void)velsignal;
-    errno = saved;
-}
-
-static void catch_signals(vel_signal_cb *callback, void *context)
-{
-    vel_signal_register_sigint(callback, context);
-    vel_signal_register_sigterm(callback, context);
-}
-
 /* Serves until a signal asks for the end. Returns whether it could. */
 static int run(veltcpserver *server, struct site *site, const char *directory, const char *address)
 {
@@ -533,7 +517,7 @@ static int run(veltcpserver *server, struct site *site, const char *directory, c
     if (pipe(wakeup) != 0)
         return 0;
     vel_signal_ignore_sigpipe(); /* a peer that goes away is the error of a write, not our end */
-    catch_signals(wake_main, &wakeup[1]);
+    common_catch_signals(common_wake, &wakeup[1]);
     if (vel_tcpserver_start(server) != VEL_ERROR_NONE)
         return 0;
     if (vel_tcpserver_get_port(server, &port) == VEL_ERROR_NONE) {
@@ -546,7 +530,7 @@ static int run(veltcpserver *server, struct site *site, const char *directory, c
     }
     while (read(wakeup[0], &byte, 1) < 0 && errno == EINTR)
         ;
-    catch_signals(NULL, NULL); /* a second signal ends the program at once */
+    common_catch_signals(NULL, NULL); /* a second signal ends the program at once */
     vel_mutex_lock(site->mutex);
     site->stopping = 1;
     vel_mutex_unlock(site->mutex);

@@ -13,7 +13,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <time.h>
@@ -103,23 +102,11 @@ static int is_stopping(void)
 
 /* ---- messages and the progress bar ----------------------------------------------------------- */
 
-static int terminal_width(void)
-{
-    struct winsize size;
-    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
-}
-
-static void show_line(const char *text)
-{
-    int width = terminal_width() - 1;
-    fprintf(stderr, "\r%-*.*s", width, width, text);
-}
-
 /* Makes room for a line of output. The caller holds the screen. */
 static void clear_bar(struct sum *sum)
 {
     if (sum->barisup) {
-        show_line("");
+        common_show_line("");
         fputc('\r', stderr);
     }
     sum->barisup = 0;
@@ -176,7 +163,7 @@ static void format_amount(char *text, size_t size, double bytes)
 static void draw_bar(struct sum *sum)
 {
     char amount[16], total[16], facts[64], bar[201] = "", line[300];
-    int room = terminal_width() - (int)sizeof "[]  8888 KiB of 8888 KiB ";
+    int room = common_terminal_width() - (int)sizeof "[]  8888 KiB of 8888 KiB ";
 
     format_amount(amount, sizeof amount, sum->bytes);
     format_amount(total, sizeof total, sum->total);
@@ -191,7 +178,7 @@ static void draw_bar(struct sum *sum)
         memset(bar, '=', (size_t)(share * room));
     }
     snprintf(line, sizeof line, bar[0] ? "[%s]  %s" : "%s%s", bar, facts);
-    show_line(line);
+    common_show_line(line);
     sum->barisup = 1;
 }
 

@@ -267,22 +267,6 @@ static void on_signal(void *context)
     stop(context);
 }
 
-/* Runs in signal context, so it only wakes the loop. */
-static void wake_loop(int velsignal, void *context)
-{
-    int saved = errno;
-    ssize_t ignored = write(*(int *)context, "", 1);
-    (void)ignored;
-    (void)velsignal;
-    errno = saved;
-}
-
-static void catch_signals(vel_signal_cb *callback, void *context)
-{
-    vel_signal_register_sigint(callback, context);
-    vel_signal_register_sigterm(callback, context);
-}
-
 /* Opens a socket of one type and binds it. Returns the descriptor, or -1 with errno. */
 static int bind_socket(const struct sockaddr *address, socklen_t length, int type)
 {
@@ -377,7 +361,7 @@ static int run(struct service *service)
     }
     service->signals = wakeup[0];
     vel_signal_ignore_sigpipe(); /* a peer that goes away is the error of a write, not our end */
-    catch_signals(wake_loop, &wakeup[1]);
+    common_catch_signals(common_wake, &wakeup[1]);
     int began = begin(service);
     if (began)
         announce(service);
@@ -385,7 +369,7 @@ static int run(struct service *service)
         stop(service);
     while (vel_async_process(service->loop) == VEL_ERROR_INCOMPLETE)
         vel_async_poll(service->loop);
-    catch_signals(NULL, NULL);
+    common_catch_signals(NULL, NULL);
     close(wakeup[0]);
     close(wakeup[1]);
     if (began)
