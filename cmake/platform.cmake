@@ -1,5 +1,13 @@
 # Picks the mechanism behind each platform seam: src/platform/<seam>_<mechanism>.cpp.
 set(VEL_SEAM_unwind gcc)
+# musl has none.
+include(CheckIncludeFile)
+check_include_file(execinfo.h VEL_HAVE_EXECINFO)
+if(VEL_HAVE_EXECINFO)
+  set(VEL_SEAM_backtrace execinfo)
+else()
+  set(VEL_SEAM_backtrace unwind)
+endif()
 if(APPLE)
   set(VEL_SEAM_ticks mach)
 else()

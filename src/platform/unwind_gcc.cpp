@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <dlfcn.h>
 #include <elf.h>
 #include <fcntl.h>
 #include <link.h>
@@ -109,6 +108,31 @@ static int vel_unwind_search_file(const char *filename, const vel_unwind_symbol 
     return result;
 }
 
+/* The loaded object that an address is in. */
+struct vel_unwind_object {
+    uintptr_t ip;
+    uintptr_t base;       /* what is added to the file's own addresses */
+    const char *filename; /* NULL as long as it is not found */
+    size_t visited;
+};
+
+static int vel_unwind_visit(struct dl_phdr_info *info, size_t, void *context)
+{
+    auto *object = static_cast<vel_unwind_object *>(context);
+    const bool isprogram = object->visited++ == 0;
+    for (size_t i = 0; i < info->dlpi_phnum; i++) {
+        const ElfW(Phdr) *segment = &info->dlpi_phdr[i];
+        const uintptr_t address = object->ip - info->dlpi_addr;
+        if (segment->p_type != PT_LOAD || address < segment->p_vaddr ||
+            address - segment->p_vaddr >= segment->p_memsz)
+            continue;
+        object->base = info->dlpi_addr;
+        object->filename = isprogram ? "/proc/self/exe" : info->dlpi_name;
+        return 1;
+    }
+    return 0;
+}
+
 int vel_unwind_get_proc_name(const vel_unwind_cursor *cursor, char *buffer, size_t size,
                              uintptr_t *offsetptr)
 {
@@ -116,15 +140,11 @@ int vel_unwind_get_proc_name(const vel_unwind_cursor *cursor, char *buffer, size
     *offsetptr = 0;
 
     /* The address of a call's return may lie behind the last byte of its function. */
-    const uintptr_t ip = vel_unwind_get_ip(cursor) - 1;
-    Dl_info info;
-    struct link_map *map = nullptr;
-    if (!dladdr1(reinterpret_cast<void *>(ip), &info, reinterpret_cast<void **>(&map),
-                 RTLD_DL_LINKMAP) ||
-        !map)
+    vel_unwind_object object = {vel_unwind_get_ip(cursor) - 1, 0, nullptr, 0};
+    if (dl_iterate_phdr(vel_unwind_visit, &object) == 0)
         return -1;
-    const vel_unwind_symbol wanted = {ip - map->l_addr, buffer, size, offsetptr};
-    return vel_unwind_search_file(map->l_name[0] ? map->l_name : "/proc/self/exe", &wanted);
+    const vel_unwind_symbol wanted = {object.ip - object.base, buffer, size, offsetptr};
+    return vel_unwind_search_file(object.filename, &wanted);
 }
 
 uintptr_t vel_unwind_get_ip(const vel_unwind_cursor *cursor)

@@ -7,12 +7,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <execinfo.h>
 #include <initializer_list>
 
 #include <vellib/vellist.h>
 #include <vellib/velstdio.h>
 
+#include "platform/backtrace.h"
 #include "util/velassert.h"
 #include "util/velmallocfail_internal.h"
 
@@ -239,8 +239,8 @@ static int vel_mallocfail_skip_frames(int framecount, char **symbols)
 [[gnu::noinline]] char *vel_mallocfail_backtrace_stacktrace(void)
 {
     void *frames[vel_mallocfail_maxframes];
-    const int framecount = backtrace(frames, vel_mallocfail_maxframes);
-    char **symbols = backtrace_symbols(frames, framecount);
+    const int framecount = vel_backtrace(frames, vel_mallocfail_maxframes);
+    char **symbols = vel_backtrace_symbols(frames, framecount);
     VEL_ASSERT(symbols != NULL);
 
     size_t stacktracelen = 0;
