@@ -1,5 +1,6 @@
 /* Numbers and their text, independently of the locale and correctly rounded. Ordinary numbers are
- * computed in integers of 128 bits, without error; the others go to the platform. */
+ * computed in integers of 128 bits, without error; the others go to the platform. So do all where the
+ * compiler has no such integers, or where a step of computing is not rounded to double (x87). */
 #include <bit>
 #include <cfloat>
 #include <clocale>
@@ -14,7 +15,13 @@
 #include "adt/veljson_scan.h"
 #include "util/velassert.h"
 
+#ifdef __SIZEOF_INT128__
 using vel_json_uint128 = unsigned __int128;
+#else
+using vel_json_uint128 = uint64_t; /* not computed with */
+#endif
+static constexpr bool vel_json_computes =
+    sizeof(vel_json_uint128) == 16 && (FLT_EVAL_METHOD == 0 || FLT_EVAL_METHOD == 1);
 
 static constexpr unsigned int vel_json_powers = 28; /* 5 to the 27th is the last below 2^63 */
 
@@ -112,7 +119,7 @@ double vel_json_decimal_to_double(const char *text, size_t length, const char **
     const char *first = start; /* the first digit that counts */
     while (first < end && (*first == '0' || *first == '.'))
         first++;
-    if (end - first > 19 + (dot > first) || scale >= vel_json_powers) {
+    if (!vel_json_computes || end - first > 19 + (dot > first) || scale >= vel_json_powers) {
         char *last;
         const double value = vel_json_strtod(text, &last);
         *endptr = last;
@@ -155,7 +162,7 @@ static bool vel_json_round_scaled(uint64_t mantissa, int binaryexponent, int sca
 {
     const unsigned int power = static_cast<unsigned int>(std::abs(scale));
 
-    if (power >= vel_json_powers)
+    if (!vel_json_computes || power >= vel_json_powers)
         return false;
     vel_json_uint128 numerator = mantissa;
     const int shift = binaryexponent + scale; /* what remains after the fives */

@@ -44,7 +44,7 @@ static inline vel_stringhash_key vel_stringhash_make_key(const char *string)
     const uint64_t rest = vel_hashfunc_rest(string, length);
 
     return {string, length, rest << 8 * (7 - length % 8) << 8,
-            vel_hashfunc_combine(string, length, rest)};
+            static_cast<size_t>(vel_hashfunc_combine(string, length, rest))};
 }
 
 /* Each group is known to be there before it is read, since those before it had no NUL. */

@@ -11,7 +11,7 @@ static vel_error_t vel_http_write_to_file(const void *data, size_t size, void *c
 {
     const size_t written = vel_file_write(static_cast<FILE *>(context), data, size);
     if (written != size) {
-        VEL_LOG(7, "short write %lu/%lu bytes", written, size);
+        VEL_LOG(7, "short write %zu/%zu bytes", written, size);
         return VEL_ERROR_WRITE;
     }
     return VEL_ERROR_NONE;

@@ -63,7 +63,7 @@ static vel_error_t vel_http_copy_response_body(const velhttprequest *request, si
     const size_t size = request->responsedatalen;
     auto *body = static_cast<char *>(vel_malloc(size + extra));
     if (!body) {
-        VEL_LOG(7, "not enough memory for response body (%lu bytes)", size);
+        VEL_LOG(7, "not enough memory for response body (%zu bytes)", size);
         return VEL_ERROR_NO_MEMORY;
     }
     memcpy(body, request->responsedata, size);

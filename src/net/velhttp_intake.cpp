@@ -72,7 +72,7 @@ vel_error_t vel_http_write_response_header(velhttp *velhttp, const char *name, c
 static vel_error_t vel_http_store_in_memory(velhttprequest *request, const void *data, size_t size)
 {
     if (!vel_responsecore_reserve(request, size)) {
-        VEL_LOG(7, "not enough memory for response body (%lu bytes)",
+        VEL_LOG(7, "not enough memory for response body (%zu bytes)",
                 request->responsedatapos + size);
         return VEL_ERROR_NO_MEMORY;
     }
@@ -119,11 +119,12 @@ vel_error_t vel_http_write_response_body(velhttp *velhttp, const void *data, siz
     const vel_error_t error = vel_http_hand_out_body(request, data, size);
     if (error)
         return error;
-    if (size > INT64_MAX) {
+    const uint64_t increase = size;
+    if (increase > INT64_MAX) {
         VEL_LOG(6, "The data size is so large that it doesn't fit in a 64-bit signed integer");
         return VEL_ERROR_OUT_OF_RANGE;
     }
-    const uint64_t current = size + static_cast<uint64_t>(request->downloadprogress.current);
+    const uint64_t current = increase + static_cast<uint64_t>(request->downloadprogress.current);
     if (current > INT64_MAX) {
         VEL_LOG(6,
                 "The total data size is so large that it doesn't fit in a 64-bit signed integer");

@@ -270,7 +270,7 @@ static bool vel_http_lite_build(struct velhttp *velhttp)
     http->bufferlen = kVelHttpLiteBufferSize;
     http->buffer = static_cast<char *>(vel_malloc(kVelHttpLiteReadSize));
     if (!http->buffer) {
-        VEL_LOG(7, "not enough memory for receive buffer (%lu bytes)", http->bufferlen);
+        VEL_LOG(7, "not enough memory for receive buffer (%zu bytes)", http->bufferlen);
         return false;
     }
     return true;

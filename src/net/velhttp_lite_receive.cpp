@@ -70,7 +70,7 @@ static size_t vel_http_lite_read_line(struct velhttp *velhttp, struct velhandle 
         if (count > 0 && buffer[count - 1] == '\n')
             return count;
     }
-    VEL_LOG(6, "input line was too long to fit the buffer (%lu bytes)", bufferlen);
+    VEL_LOG(6, "input line was too long to fit the buffer (%zu bytes)", bufferlen);
     *errorptr = VEL_ERROR_MESSAGE_TOO_LONG;
     return count;
 }

@@ -123,7 +123,7 @@ static vel_error_t vel_http_lite_send_headers(struct velhttp *velhttp, struct ve
 static vel_error_t vel_http_lite_send_content_length(struct velhttp *velhttp,
                                                      struct velhandle *velhandle, size_t length)
 {
-    char *line = vel_strdupf("Content-Length: %lu\r\n", length);
+    char *line = vel_strdupf("Content-Length: %zu\r\n", length);
     if (!line) {
         VEL_LOG(7, "not enough memory for sending content length");
         return VEL_ERROR_NO_MEMORY;

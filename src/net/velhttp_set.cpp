@@ -269,7 +269,7 @@ vel_error_t vel_http_set_request_body(velhttp *velhttp, const void *data, size_t
 
     void *body = vel_memdup(data, size);
     if (!body) {
-        VEL_LOG(7, "not enough memory for request body (%lu bytes)", size);
+        VEL_LOG(7, "not enough memory for request body (%zu bytes)", size);
         return VEL_ERROR_NO_MEMORY;
     }
     vel_free(preparereq->requestbody);

@@ -1,5 +1,6 @@
 #include <vellib/velicap.h>
 
+#include <inttypes.h>
 #include <string.h>
 
 #include <vellib/velmalloc.h>
@@ -18,7 +19,7 @@ static bool vel_icap_build(struct velicap *velicap)
     velicap->bufferlen = kVelIcapBufferSize;
     velicap->buffer = static_cast<char *>(vel_malloc(velicap->bufferlen));
     if (!velicap->buffer) {
-        VEL_LOG(7, "not enough memory for receive buffer (%lu bytes)", velicap->bufferlen);
+        VEL_LOG(7, "not enough memory for receive buffer (%" PRIu64 " bytes)", velicap->bufferlen);
         return false;
     }
     velicap->veltimeout = vel_timeout_create();
@@ -41,7 +42,7 @@ static vel_error_t vel_icap_store_part(velicappart *part, const void *data, uint
     part->size = 0;
     part->data = size < SIZE_MAX ? static_cast<char *>(vel_malloc(size + 1)) : nullptr;
     if (!part->data) {
-        VEL_LOG(7, "not enough memory for the encapsulated part (%lu bytes)", size);
+        VEL_LOG(7, "not enough memory for the encapsulated part (%" PRIu64 " bytes)", size);
         return VEL_ERROR_NO_MEMORY;
     }
     if (size > 0)

@@ -1,6 +1,7 @@
 #include "net/velicap_internal.h"
 
 #include <errno.h>
+#include <inttypes.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -126,8 +127,8 @@ static vel_icap_outtext vel_icap_encapsulated_text;
 static void vel_icap_append_word(vel_icap_outtext *text, const char *word, uint64_t offset)
 {
     const int length =
-        vel_snprintf(text->buffer + text->outpos, sizeof(text->buffer) - text->outpos, "%s%s%lu",
-                     text->outpos > 0 ? ", " : "", word, offset);
+        vel_snprintf(text->buffer + text->outpos, sizeof(text->buffer) - text->outpos,
+                     "%s%s%" PRIu64, text->outpos > 0 ? ", " : "", word, offset);
     text->outpos += static_cast<size_t>(length); /* all words together fit many times */
 }
 

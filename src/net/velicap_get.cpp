@@ -1,5 +1,6 @@
 #include "net/velicap_internal.h"
 
+#include <inttypes.h>
 #include <string.h>
 
 #include <vellib/velmalloc.h>
@@ -68,7 +69,8 @@ vel_error_t vel_icap_get_response_body_and_size(velicap *velicap, char **bodyptr
     }
     auto *body = static_cast<char *>(vel_malloc(velicap->responsedatalen));
     if (!body) {
-        VEL_LOG(7, "not enough memory for response body (%lu bytes)", velicap->responsedatalen);
+        VEL_LOG(7, "not enough memory for response body (%" PRIu64 " bytes)",
+                velicap->responsedatalen);
         return VEL_ERROR_NO_MEMORY;
     }
     memcpy(body, velicap->responsedata, velicap->responsedatalen);

@@ -1,6 +1,7 @@
 #include "net/velicap_internal.h"
 
 #include <errno.h>
+#include <inttypes.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -66,7 +67,7 @@ static vel_error_t vel_icap_read_line(struct velicap *velicap, const vel_icap_li
         return VEL_ERROR_NONE;
     }
     if (count == velicap->bufferlen) {
-        VEL_LOG(6, "The %s was too long to fit the buffer (%lu bytes)", words.longone,
+        VEL_LOG(6, "The %s was too long to fit the buffer (%" PRIu64 " bytes)", words.longone,
                 velicap->bufferlen);
         return VEL_ERROR_MESSAGE_TOO_LONG;
     }
@@ -102,7 +103,7 @@ static vel_error_t vel_icap_append_raw_header(struct velicap *velicap, size_t le
     const uint64_t newlen = velicap->rawheaderslen + length;
     auto *rawheaders = static_cast<char *>(vel_realloc(velicap->rawheaders, newlen));
     if (!rawheaders) {
-        VEL_LOG(7, "not enough memory for raw ICAP response headers (%lu bytes)", newlen);
+        VEL_LOG(7, "not enough memory for raw ICAP response headers (%" PRIu64 " bytes)", newlen);
         vel_free(velicap->rawheaders);
         velicap->rawheaders = nullptr;
         velicap->rawheaderslen = 0;
@@ -141,7 +142,7 @@ vel_error_t vel_icap_store_in_memory(struct velicap *velicap, const void *data, 
     VEL_ASSERT(velicap != NULL);
 
     if (!vel_responsecore_reserve(velicap, size)) {
-        VEL_LOG(7, "not enough memory for response body (%lu bytes)",
+        VEL_LOG(7, "not enough memory for response body (%" PRIu64 " bytes)",
                 velicap->responsedatapos + size);
         return VEL_ERROR_NO_MEMORY;
     }

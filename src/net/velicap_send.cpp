@@ -1,5 +1,6 @@
 #include "net/velicap_internal.h"
 
+#include <inttypes.h>
 #include <string.h>
 
 #include <vellib/velmalloc.h>
@@ -33,13 +34,13 @@ vel_error_t vel_icap_send_chunk(struct velhandle *handle, const void *chunkdata,
     VEL_ASSERT(chunkdata != NULL);
     VEL_ASSERT(chunklen > 0);
 
-    char *line = vel_strdupf("%lx\r\n", chunklen);
+    char *line = vel_strdupf("%" PRIx64 "\r\n", chunklen);
     if (!line) {
         VEL_LOG(7, "not enough memory for chunk length");
         return VEL_ERROR_NO_MEMORY;
     }
     const size_t linelen = strlen(line);
-    VEL_LOG(10, "chunk len: %lx", linelen);
+    VEL_LOG(10, "chunk len: %zx", linelen);
     vel_error_t error = vel_icap_write(handle, line, linelen, "send chunk length");
     vel_free(line);
     if (!error)
@@ -181,7 +182,7 @@ static vel_error_t vel_icap_send_head(struct velicap *velicap, const char *head)
         const size_t count = vel_handle_write(velicap->velhandle, head + pos, length - pos);
         error = vel_handle_get_error(velicap->velhandle);
         if (count != length && error) {
-            VEL_LOG(7, "short write, %lu/%lu bytes written", count, length);
+            VEL_LOG(7, "short write, %zu/%zu bytes written", count, length);
             return error;
         }
         pos += count;
