@@ -13,6 +13,9 @@
 
 using namespace support;
 
+/* By a cast, as wchar_t has a sign on some processors only. */
+static constexpr wchar_t kDirt = static_cast<wchar_t>(-7);
+
 static bool is_surrogate(uint32_t point)
 {
     return point >= 0xD800 && point <= 0xDFFF;
@@ -50,7 +53,7 @@ TYPED_TEST(VelwcharModel, EveryCodePointAlone)
 {
     for (uint32_t point = 1; point < 0x110000; point++) {
         const std::string encoded = utf8_encode(point);
-        wchar_t wide[2] = {-7, -7};
+        wchar_t wide[2] = {kDirt, kDirt};
         size_t length = 2;
         const int result = TypeParam::buffer_from_utf8(wide, &length, encoded.c_str());
         if (is_surrogate(point)) {
@@ -204,7 +207,7 @@ TYPED_TEST(VelwcharModel, NothingIsWrittenBehindTheArray)
     const std::string text = std::string(70, 'a') + "\xC3\xA4" + std::string(70, 'b');
     const auto points = utf8_decode(text).value();
     for (size_t capacity = 0; capacity < 145; capacity++) {
-        std::vector<wchar_t> dirt(capacity, -7);
+        std::vector<wchar_t> dirt(capacity, kDirt);
         auto *wide = static_cast<wchar_t *>(pages.place(dirt.data(), capacity * sizeof(wchar_t)));
         size_t length = capacity;
         ASSERT_EQ(TypeParam::buffer_from_utf8(wide, &length, text.c_str()),
@@ -216,7 +219,7 @@ TYPED_TEST(VelwcharModel, NothingIsWrittenBehindTheArray)
             ASSERT_EQ(wide[points.size()], 0);
         }
         for (size_t i = points.size() + 1; i < capacity; i++)
-            ASSERT_EQ(wide[i], -7) << capacity;
+            ASSERT_EQ(wide[i], kDirt) << capacity;
     }
 }
 

@@ -19,6 +19,10 @@ using testing::IsEmpty;
 
 using words = std::vector<wchar_t>;
 
+/* By casts, as wchar_t has a sign on some processors only. */
+static constexpr wchar_t kDirt = static_cast<wchar_t>(-7);
+static constexpr wchar_t kAllBits = static_cast<wchar_t>(-1);
+
 template <typename Set> class Velwchar : public testing::Test {
   protected:
     std::vector<log_line> line(const std::string &text)
@@ -50,7 +54,7 @@ TYPED_TEST(Velwchar, StrlenCountsToTheZero)
     EXPECT_EQ(TypeParam::strlen(L""), 0u);
     EXPECT_EQ(TypeParam::strlen(L"a"), 1u);
     EXPECT_EQ(TypeParam::strlen(L"ab\U0001F600\0c"), 3u);
-    const wchar_t negative[] = {-1, 0x100, 0};
+    const wchar_t negative[] = {kAllBits, 0x100, 0};
     EXPECT_EQ(TypeParam::strlen(negative), 2u);
 }
 
@@ -236,11 +240,12 @@ TYPED_TEST(Velwchar, TheCapacityDecidesTheResultAndTheTerminator)
         int result;
         words stored;
     } rows[] = {
-        {0, 1, {-7, -7, -7, -7}},     {1, 1, {0x20AC, -7, -7, -7}}, {2, 0, {0x20AC, 'x', -7, -7}},
-        {3, 0, {0x20AC, 'x', 0, -7}}, {4, 0, {0x20AC, 'x', 0, -7}},
+        {0, 1, {kDirt, kDirt, kDirt, kDirt}}, {1, 1, {0x20AC, kDirt, kDirt, kDirt}},
+        {2, 0, {0x20AC, 'x', kDirt, kDirt}},  {3, 0, {0x20AC, 'x', 0, kDirt}},
+        {4, 0, {0x20AC, 'x', 0, kDirt}},
     };
     for (const auto &row : rows) {
-        words wide(4, -7);
+        words wide(4, kDirt);
         size_t length = row.capacity;
         EXPECT_EQ(TypeParam::buffer_from_utf8(wide.data(), &length, "\xE2\x82\xACx"), row.result)
             << row.capacity;
@@ -259,10 +264,10 @@ TYPED_TEST(Velwchar, AnEmptyStringFitsIntoNothing)
     EXPECT_EQ(TypeParam::buffer_from_utf8(nullptr, &length, ""), 0);
     EXPECT_EQ(length, 0u);
 
-    wchar_t wide = -7;
+    wchar_t wide = kDirt;
     EXPECT_EQ(TypeParam::buffer_from_utf8(&wide, &length, ""), 0);
     EXPECT_EQ(length, 0u);
-    EXPECT_EQ(wide, -7);
+    EXPECT_EQ(wide, kDirt);
     length = 1;
     EXPECT_EQ(TypeParam::buffer_from_utf8(&wide, &length, ""), 0);
     EXPECT_EQ(length, 0u);
@@ -271,7 +276,7 @@ TYPED_TEST(Velwchar, AnEmptyStringFitsIntoNothing)
 
 TYPED_TEST(Velwchar, WhatDoesNotFitIsValidatedToo)
 {
-    wchar_t wide = -7;
+    wchar_t wide = kDirt;
     size_t length = 1;
     EXPECT_EQ(TypeParam::buffer_from_utf8(&wide, &length, "ab\xFF"), -1);
     EXPECT_EQ(length, 0u);
@@ -360,7 +365,7 @@ static const unencodable_row kUnencodable[] = {
     {{'a', 0x110000, 0x110001}, "invalid wide character 0x00110000"},
     {{0x7FFFFFFF}, "invalid wide character 0x7fffffff"},
     {{kTop | 0x110000}, "invalid wide character 0x00110000"},
-    {{-1}, "invalid wide character 0x7fffffff"},
+    {{kAllBits}, "invalid wide character 0x7fffffff"},
 };
 
 TYPED_TEST(Velwchar, WhatHasNoUtf8IsRefusedWithOneLine)

@@ -18,12 +18,15 @@ using namespace support;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+/* By a cast, as wchar_t has a sign on some processors only. */
+static constexpr wchar_t kAllBits = static_cast<wchar_t>(-1);
+
 TEST(Velwcs, LenCountsToTheZero)
 {
     EXPECT_EQ(vel_wcslen(L""), 0u);
     EXPECT_EQ(vel_wcslen(L"a\u20AC\U0001F600"), 3u);
     EXPECT_EQ(vel_wcslen(L"ab\0c"), 2u);
-    const wchar_t odd[] = {-1, 0x100, 0x10000, 0x1000000, 0};
+    const wchar_t odd[] = {kAllBits, 0x100, 0x10000, 0x1000000, 0};
     EXPECT_EQ(vel_wcslen(odd), 4u);
 }
 
@@ -47,9 +50,9 @@ static const compare_row kCompares[] = {
     /* As unsigned numbers of 32 bits, whose difference is read as an int. */
     {{kTop}, L"\x01", 0x7FFFFFFF},
     {L"\x01", {kTop}, -0x7FFFFFFF},
-    {{-1}, L"\x01", -2},
-    {L"\x01", {-1}, 2},
-    {{-1}, {-2}, 1},
+    {{kAllBits}, L"\x01", -2},
+    {L"\x01", {kAllBits}, 2},
+    {{kAllBits}, {kAllBits - 1}, 1},
 };
 
 TEST(Velwcs, CmpGivesTheFirstDifference)
@@ -115,7 +118,7 @@ TEST(Velwcs, CompareAgreesWithAPlainReading)
 {
     std::mt19937 random{20261121};
     const auto random_string = [&random] {
-        static const wchar_t letters[] = {'a', 'b', 0x20AC, -1, kTop};
+        static const wchar_t letters[] = {'a', 'b', 0x20AC, kAllBits, kTop};
         std::wstring string;
         for (size_t left = random() % 5; left > 0; left--)
             string.push_back(letters[random() % std::size(letters)]);

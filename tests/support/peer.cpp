@@ -156,7 +156,7 @@ void peer::run(const peer_setup &setup)
     dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
     dup2(file, STDOUT_FILENO);
     dup2(file, STDERR_FILENO);
-    close_range(lifeline + 1, ~0U, 0);
+    syscall(SYS_close_range, lifeline + 1, ~0U, 0); /* musl has no function for it */
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     signal(SIGINT, SIG_IGN); /* the terminal's; the lifeline tells */
     const pid_t child = fork();
