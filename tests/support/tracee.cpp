@@ -23,7 +23,13 @@ static const int kStatusBase = 100;          /* an exit code is not negative */
 static const int kOtherEnd = -1000;
 static const unsigned int kSeconds = 60;
 
-#if defined(__x86_64__)
+#if defined(__x86_64__) || defined(__i386__)
+#ifdef __i386__
+#define orig_rax orig_eax
+#define rax eax
+#define rdx edx
+#endif
+
 static bool skip_call(pid_t child)
 {
     return ptrace(PTRACE_POKEUSER, child, offsetof(user_regs_struct, orig_rax), -1L) == 0;
