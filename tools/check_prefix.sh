@@ -9,9 +9,21 @@ trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
+# Each file is of one component.
+for component in runtime dev tools doc; do
+    cmake --install "$build" --prefix "$work/parts" --component $component >/dev/null
+done
+diff -r "$prefix" "$work/parts" || { echo 'the components are not the whole'; exit 1; }
+
 # It may be moved afterwards.
 mv "$prefix" "$work/moved"
 prefix=$work/moved
+
+# What was installed can be removed.
+cmake -D BUILD="$build" -P "$root/cmake/uninstall.cmake"
+left=$(find "$work/parts" ! -type d -o -name 'vellib*')
+[ -d "$work/parts/lib" ] && [ -z "$left" ] || { echo "uninstall leaves: $left"; exit 1; }
+
 PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name vellib.pc)")
 export PKG_CONFIG_PATH
 libdir=$(pkg-config --variable=libdir vellib)
@@ -38,9 +50,15 @@ for source in "$root"/examples/vel*.c; do
     ldd "$work/$name-static" | grep -E 'vellib|stdc\+\+' && { echo "$name-static is not static"; exit 1; }
 done
 
-# A program in the directory bin finds its catalogues.
-mkdir -p "$prefix/bin"
-cp "$work/velini-static" "$prefix/bin/velini"
+# The other way to move a prefix gives the same.
+[ "$(pkg-config --cflags --libs --static vellib)" = \
+    "$(pkg-config --define-prefix --cflags --libs --static vellib)" ] ||
+    { echo 'vellib.pc differs with --define-prefix'; exit 1; }
+
+# The installed programs find the library and their catalogues.
+for source in "$root"/examples/vel*.c; do
+    "$prefix/bin/$(basename "$source" .c)" --version >/dev/null
+done
 LC_ALL=de_DE.UTF-8 "$prefix/bin/velini" --help | grep -q '^Aufruf: velini' ||
     { echo 'the installed catalogues are not found'; exit 1; }
 
