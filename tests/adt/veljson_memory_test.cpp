@@ -529,6 +529,54 @@ INSTANTIATE_TEST_SUITE_P(Rows, VeljsonMemoryOutput, testing::ValuesIn(kOutputRow
 
 /* ---- Fetching ---- */
 
+/* A walk over a nest deeper than the levels that it has at hand needs memory for more. */
+TEST(VeljsonMemory, WalksOfDeepNests)
+{
+    log_capture log;
+    json_document document("[]");
+    veljsonnode *node = document.root();
+    for (int level = 0; level < 150; level++) {
+        node = vel_json_node_array_add(document, node);
+        ASSERT_NE(node, nullptr);
+        ASSERT_EQ(vel_json_node_set_array(document, node), VEL_ERROR_NONE);
+    }
+    const std::string text = document.output();
+    const support::log_line levels =
+        json_line(7, "not enough memory for the levels of a JSON document");
+    json_document copy("[]");
+    warm_log(log);
+    size_t written = 0, copied = 0;
+    for (size_t number = 1; number < 400; number++) {
+        char *again;
+        {
+            malloc_watch watch(number);
+            again = vel_json_output(document);
+        }
+        const log_lines lines = json_lines(log);
+        EXPECT_EQ(lines.empty(), again != nullptr);
+        written += again ? 0 : lines[0] == levels;
+        if (again) {
+            EXPECT_EQ(again, text);
+            vel_free(again);
+        }
+    }
+    for (size_t number = 1; number < 400; number++) {
+        vel_error_t result;
+        {
+            malloc_watch watch(number);
+            result = vel_json_node_copy(copy, copy.root(), document);
+        }
+        const log_lines lines = json_lines(log);
+        if (!lines.empty() && lines[0] == levels) {
+            EXPECT_EQ(result, VEL_ERROR_NO_MEMORY);
+            copied++;
+        }
+    }
+    EXPECT_EQ(written, 1u);
+    EXPECT_EQ(copied, 1u);
+    EXPECT_EQ(copy.output(), text);
+}
+
 TEST(VeljsonMemory, FetchingNeedsNone)
 {
     log_capture log;

@@ -157,6 +157,20 @@ TEST_F(VelasyncOperationsDeathTest, Arguments)
                  asserts("vel_list != NULL", "vel_async_handle_remove"));
     EXPECT_DEATH(vel_async_operations_process_canceled(nullptr),
                  asserts("operations != NULL", "vel_async_operations_process_canceled"));
+    EXPECT_DEATH(vel_async_operations_destroy(nullptr),
+                 asserts("operations != NULL", "vel_async_operations_destroy"));
+    EXPECT_DEATH(vel_async_operations_append_active(nullptr, op),
+                 asserts("operations != NULL", "vel_async_operations_append_active"));
+    EXPECT_DEATH(vel_async_operations_remove_active(nullptr, op),
+                 asserts("operations != NULL", "vel_async_operations_remove_active"));
+    EXPECT_DEATH(vel_async_operations_cancel(nullptr, op),
+                 asserts("operations != NULL", "vel_async_operations_cancel"));
+    EXPECT_DEATH(vel_async_operations_cancel(operations_, nullptr),
+                 asserts("velasyncop != NULL", "vel_async_handle_remove"));
+    EXPECT_DEATH(vel_async_handle_destroy(nullptr),
+                 asserts("velasyncop != NULL", "vel_async_handle_destroy"));
+    EXPECT_DEATH(vel_async_handle_cancel(nullptr),
+                 asserts("velasyncop != NULL", "vel_async_handle_cancel"));
     vel_async_handle_destroy(op);
 }
 

@@ -130,7 +130,7 @@ template <typename Family> class VeldirRemoveDeep : public VeldirRemoveDepth<Fam
         for (size_t level = 1; level <= kLevels; level++) {
             const std::string path = chain_path("top", level);
             fs::create_directory(path);
-            for (const char *name : {"/a", "/b"})
+            for (const char *name : {"/a", "/b", "/c"})
                 if (level <= kUpper)
                     support::write_file(path + name, "");
         }
@@ -188,9 +188,30 @@ TYPED_TEST(VeldirRemoveDeep, AllGoes)
     EXPECT_EQ(support::descriptors_since(before), (std::vector<int>{}));
     std::vector<std::string> files = {chain_path("top", this->kLevels) + "/file"};
     for (size_t level = 1; level <= this->kUpper; level++)
-        for (const char *name : {"/a", "/b", "/z"})
+        for (const char *name : {"/a", "/b", "/c", "/z"})
             files.push_back(chain_path("top", level) + name);
     EXPECT_EQ(this->take_but_announcements(files), (lines{}));
+    EXPECT_EQ(this->paths_here(), (std::set<std::string>{"outside", "outside/file"}));
+}
+
+/* A chain beside the first begins in a directory whose names are known from the way down: behind the
+ * first in one of two orders in which a file system lists them. */
+TYPED_TEST(VeldirRemoveDeep, SecondChainBesideTheFirst)
+{
+    const std::string fork = chain_path("top", 5);
+    fs::create_directories(fork);
+    for (const char *beside : {"/e", "/d", "/f"}) {
+        std::string path = fork;
+        for (size_t level = 0; level < this->kLevels; level++) {
+            path += level == 0 ? beside : "/d";
+            fs::create_directory(path);
+        }
+        support::write_file(path + "/file", "");
+    }
+    const std::set<int> before = support::descriptors();
+    EXPECT_EQ(TypeParam::dir_remove_recursive("top"), 0);
+    EXPECT_EQ(support::descriptors_since(before), (std::vector<int>{}));
+    this->log.clear();
     EXPECT_EQ(this->paths_here(), (std::set<std::string>{"outside", "outside/file"}));
 }
 

@@ -248,5 +248,7 @@ TEST_F(VelfileDeathTest, ArgumentsAreAsserted)
                      support::asserts("data != NULL || datalen == 0", one.savename));
         EXPECT_DEATH(one.load(nullptr, &data, &length),
                      support::asserts("filename != NULL", one.loadname));
+        EXPECT_DEATH(one.load("file", nullptr, &length),
+                     support::asserts("dataptr != NULL", one.loadname));
     }
 }

@@ -587,7 +587,11 @@ TYPED_TEST(VelhandleSocketDeathTest, WithoutItsRecord)
     this->listen();
     void *record = vel_handle_get_context(this->listener_);
     velhandle *connection = nullptr;
+    unsigned int port = 0;
     vel_handle_set_context(this->listener_, nullptr);
+    EXPECT_DEATH(vel_handle_connect_wait(this->listener_), asserts(TypeParam::record));
+    EXPECT_DEATH(vel_handle_get_local_port(this->listener_, &port), asserts(TypeParam::record));
+    EXPECT_DEATH(vel_handle_wakeup(this->listener_), asserts(TypeParam::record));
     EXPECT_DEATH(vel_handle_connect(this->listener_, "h", 1), asserts(TypeParam::record));
     EXPECT_DEATH(vel_handle_accept(this->listener_, &connection), asserts(TypeParam::record));
     EXPECT_DEATH(vel_handle_destroy(this->listener_), asserts(TypeParam::record));

@@ -108,6 +108,26 @@ TEST_F(VelhttpPerform, BodyWithoutMemory)
               VEL_ERROR_NONE);
 }
 
+/* A body takes twice what it has, and what it needs where there is no memory for that. */
+TEST_F(VelhttpPerform, BodyWithMemoryForWhatItNeedsAlone)
+{
+    support::warm_log(log);
+    EXPECT_EQ(
+        inside([&] {
+            std::string all(100, 'a');
+            EXPECT_EQ(vel_http_write_response_body(http, all.data(), all.size()), VEL_ERROR_NONE);
+            for (char c = 'b'; c < 'f'; c++) {
+                support::malloc_watch watch(1);
+                EXPECT_EQ(vel_http_write_response_body(http, &c, 1), VEL_ERROR_NONE);
+                EXPECT_EQ(watch.sizes(), (std::vector<size_t>{2 * all.size(), all.size() + 1}));
+                all += c;
+            }
+            EXPECT_EQ(response_body(), all);
+        }),
+        VEL_ERROR_NONE);
+    EXPECT_EQ(logged(), lines());
+}
+
 TEST_F(VelhttpPerform, BodyGoesToTheCallback)
 {
     std::string received;
@@ -403,9 +423,11 @@ TEST_F(VelhttpAuth, HeaderOfTheProgramIsReplaced)
 {
     EXPECT_EQ(vel_http_add_header(http, "Proxy-Authorization: mine"), VEL_ERROR_NONE);
     EXPECT_EQ(vel_http_add_header(http, "b: 1"), VEL_ERROR_NONE);
+    EXPECT_EQ(vel_http_add_header(http, "Proxy-Authorisation: as long"), VEL_ERROR_NONE);
     EXPECT_EQ(inside([&] {
                   EXPECT_EQ(refused({"Basic"}), VEL_ERROR_NONE);
-                  EXPECT_EQ(http_headers(http), (names{"b: 1", credentials_}));
+                  EXPECT_EQ(http_headers(http),
+                            (names{"b: 1", "Proxy-Authorisation: as long", credentials_}));
               }),
               VEL_ERROR_NONE);
 }

@@ -121,4 +121,10 @@ TEST(VelconvertDeathTest, PointersAreAsserted)
                  support::asserts("destptr != NULL", "vel_convert_cstr_from_custr"));
     EXPECT_DEATH(vel_convert_cstr_from_custr(&dest, nullptr),
                  support::asserts("src != NULL", "vel_convert_cstr_from_custr"));
+    EXPECT_DEATH(vel_convert_int_from_size_t(nullptr, 0),
+                 support::asserts("dest != NULL", "vel_convert_int_from_size_t"));
+    EXPECT_DEATH(vel_convert_int_from_size_t_and_limit(nullptr, 0),
+                 support::asserts("dest != NULL", "vel_convert_int_from_size_t_and_limit"));
+    EXPECT_DEATH(vel_convert_uint_from_size_t_and_limit(nullptr, 0),
+                 support::asserts("dest != NULL", "vel_convert_uint_from_size_t_and_limit"));
 }

@@ -326,6 +326,18 @@ TEST_F(Velmallocfail, FileIsReadLineByLine)
     EXPECT_EQ(read_file(kDatabase), "one\n\nthreetwo\n");
 }
 
+/* What stands behind a NUL is not part of the line. */
+TEST_F(Velmallocfail, FileWithNuls)
+{
+    write_file(kDatabase, std::string("on\0e\n\0two\nthree\n", 17));
+    run([] {
+        EXPECT_TRUE(allocate("on"));
+        EXPECT_TRUE(allocate(std::vector<std::string>{}));
+        EXPECT_TRUE(allocate("three"));
+        EXPECT_FALSE(allocate("two"));
+    });
+}
+
 TEST_F(Velmallocfail, EmptyStacksAreOneStack)
 {
     run([] {

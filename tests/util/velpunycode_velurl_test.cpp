@@ -344,3 +344,17 @@ TEST(VelpunycodeVelurlDeathTest, PointersAreAsserted)
         vel_punycode_velurl_decode_to_warray(nullptr, &len, room, 1),
         asserts("warray != NULL || *warraylen == 0", "vel_punycode_velurl_decode_to_warray"));
 }
+
+TEST(VelpunycodeVelurlDeathTest, OutputsAreAsserted)
+{
+    uint32_t text[4] = {'a', '-'}, *values = nullptr;
+    size_t len = 0;
+    EXPECT_DEATH(vel_punycode_velurl_encode(text, 1, nullptr, &len),
+                 asserts("punycode != NULL", "vel_punycode_velurl_encode"));
+    EXPECT_DEATH(vel_punycode_velurl_encode(text, 1, &values, nullptr),
+                 asserts("punycodelen != NULL", "vel_punycode_velurl_encode"));
+    EXPECT_DEATH(vel_punycode_velurl_decode(text, 2, nullptr, &len),
+                 asserts("warray != NULL", "vel_punycode_velurl_decode"));
+    EXPECT_DEATH(vel_punycode_velurl_decode(text, 2, &values, nullptr),
+                 asserts("warraylen != NULL", "vel_punycode_velurl_decode"));
+}
