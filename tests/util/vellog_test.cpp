@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -24,6 +25,7 @@ using support::read_file;
 static bool armed;
 static int looks;
 static bool noplace;
+static int yearshift;
 static const time_t kNow = 1800000000;
 
 extern "C" time_t time(time_t *result) noexcept
@@ -40,8 +42,10 @@ extern "C" struct tm *localtime_r(const time_t *timep, struct tm *result) noexce
 {
     if (armed && noplace)
         return nullptr;
-    return reinterpret_cast<struct tm *(*)(const time_t *, struct tm *)>(
-        dlsym(RTLD_NEXT, "localtime_r"))(timep, result);
+    reinterpret_cast<struct tm *(*)(const time_t *, struct tm *)>(dlsym(RTLD_NEXT, "localtime_r"))(
+        timep, result);
+    result->tm_year += armed ? yearshift : 0;
+    return result;
 }
 
 /* The time stamp of every line here. */
@@ -207,6 +211,23 @@ TEST_F(Vellog, EverySinkGetsTheSameTime)
     EXPECT_EQ(read_file("veldefault.log"), line);
     EXPECT_EQ(looks, 1);
     EXPECT_EQ(to.messages, (std::vector<received>{{"text", 4, 1, kNow}}));
+}
+
+TEST_F(Vellog, YearsOfOtherThanFourDigits)
+{
+    const std::string rest = stamp().substr(4);
+    for (const auto &[year, text] : {std::pair{9999, "9999"},
+                                     {10000, "10000"},
+                                     {1234567890, "1234567890"},
+                                     {999, "0999"},
+                                     {0, "0000"},
+                                     {-1, "4294967295"}}) {
+        fd_capture err(STDERR_FILENO);
+        yearshift = year - 2027;
+        EXPECT_EQ(vel_log(log_, 1, "text"), 0);
+        yearshift = 0;
+        EXPECT_EQ(err.stop(), text + rest + "text\n");
+    }
 }
 
 TEST_F(Vellog, TimeWithoutPlaceIsZeroed)
