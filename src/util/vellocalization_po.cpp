@@ -16,7 +16,11 @@
 struct vel_localization_text {
     char *string; /* owned; NULL if there is none */
     size_t len;
+    size_t capacity; /* bytes of the block, which holds a NUL as well */
 };
+
+/* From here on a text that continues takes room for as much again. */
+static constexpr size_t vel_localization_longtext = 4096;
 
 /* What is known between two lines of a file. */
 struct vel_localization_po {
@@ -85,19 +89,36 @@ static void vel_localization_text_set(vel_localization_text *text, char *string)
     vel_localization_text_clear(text);
     text->string = string;
     text->len = strlen(string);
+    text->capacity = text->len + 1;
+}
+
+/* Moves the text to a block with room for more. It is a new one, not the old one grown: growth never
+ * fails under failure injection, and a host shall be able to see what want of memory does here. */
+static bool vel_localization_text_reserve(vel_localization_text *text, size_t more)
+{
+    const size_t needed = text->len + more + 1;
+    if (needed <= text->capacity)
+        return true;
+    const size_t capacity = needed < vel_localization_longtext ? needed : 2 * needed;
+    auto *string = static_cast<char *>(vel_malloc(capacity));
+    if (!string)
+        return false;
+    memcpy(string, text->string, text->len);
+    vel_free(text->string);
+    text->string = string;
+    text->capacity = capacity;
+    return true;
 }
 
 /* Appends to the text, which is lost on failure. */
 static bool vel_localization_text_append(vel_localization_text *text, const char *string)
 {
     const size_t len = strlen(string);
-    auto *longer = static_cast<char *>(vel_realloc(text->string, text->len + len + 1));
-    if (!longer) {
+    if (!vel_localization_text_reserve(text, len)) {
         vel_localization_text_clear(text);
         return false;
     }
-    memcpy(longer + text->len, string, len + 1);
-    text->string = longer;
+    memcpy(text->string + text->len, string, len + 1);
     text->len += len;
     return true;
 }
