@@ -2,6 +2,7 @@
 #define TESTS_SUPPORT_LOCKCALLS_H
 
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,9 +13,35 @@
 
 namespace support {
 
-/* The function that answers with lock_error instead of doing its work, while set. */
-inline const char *lock_failing;
-inline int lock_error;
+/* Makes a function answer with an error instead of doing its work, while it lives. */
+class lock_failure {
+  public:
+    lock_failure(const char *name, int error) : name_(name), error_(error), outer_(innermost_)
+    {
+        innermost_ = this;
+    }
+    ~lock_failure()
+    {
+        innermost_ = outer_;
+    }
+    lock_failure(const lock_failure &) = delete;
+    lock_failure &operator=(const lock_failure &) = delete;
+
+    /* What the function answers; nothing where it does its work. */
+    static std::optional<int> of(const char *name)
+    {
+        for (const lock_failure *failure = innermost_; failure; failure = failure->outer_)
+            if (!strcmp(failure->name_, name))
+                return failure->error_;
+        return std::nullopt;
+    }
+
+  private:
+    static inline const lock_failure *innermost_;
+    const char *name_;
+    int error_;
+    const lock_failure *outer_;
+};
 
 /* Takes the names of the calls, while set. For one thread. */
 inline std::vector<std::string> *lock_calls;
@@ -23,26 +50,10 @@ template <typename... Arguments> int lock_call(const char *name, Arguments... ar
 {
     if (lock_calls)
         lock_calls->push_back(name);
-    if (lock_failing && !strcmp(lock_failing, name))
-        return lock_error;
+    if (const std::optional<int> error = lock_failure::of(name))
+        return *error;
     return platform_function<int(Arguments...)>(name)(arguments...);
 }
-
-/* Makes a function fail while it lives. */
-class lock_failure {
-  public:
-    lock_failure(const char *name, int error)
-    {
-        lock_failing = name;
-        lock_error = error;
-    }
-    ~lock_failure()
-    {
-        lock_failing = nullptr;
-    }
-    lock_failure(const lock_failure &) = delete;
-    lock_failure &operator=(const lock_failure &) = delete;
-};
 
 /* The names of the calls that an action makes. */
 template <typename Action> std::vector<std::string> calls_of(Action action)

@@ -1,6 +1,5 @@
 #include <cerrno>
 #include <deque>
-#include <pthread.h>
 #include <thread>
 #include <vector>
 
@@ -9,7 +8,7 @@
 #include <vellib/vellib.h>
 
 #include "support/assertion.h"
-#include "support/lockcalls.h"
+#include "support/condcalls.h"
 #include "support/logcapture.h"
 #include "support/oom.h"
 #include "support/platform_malloc.h"
@@ -17,57 +16,6 @@
 using support::calls_of;
 using support::lock_failure;
 using calls = std::vector<std::string>;
-
-/* What fails in addition, once the call that lock_failure names has failed. */
-static bool mutexstays;
-
-extern "C" int pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attr) noexcept
-{
-    return support::lock_call("pthread_mutex_init", mutex, attr);
-}
-
-extern "C" int pthread_mutex_destroy(pthread_mutex_t *mutex) noexcept
-{
-    if (mutexstays)
-        return EBUSY;
-    return support::lock_call("pthread_mutex_destroy", mutex);
-}
-
-extern "C" int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept
-{
-    return support::lock_call("pthread_mutex_lock", mutex);
-}
-
-extern "C" int pthread_mutex_unlock(pthread_mutex_t *mutex) noexcept
-{
-    return support::lock_call("pthread_mutex_unlock", mutex);
-}
-
-extern "C" int pthread_cond_init(pthread_cond_t *cond, const pthread_condattr_t *attr) noexcept
-{
-    EXPECT_EQ(attr, nullptr); /* default attributes */
-    return support::lock_call("pthread_cond_init", cond, attr);
-}
-
-extern "C" int pthread_cond_destroy(pthread_cond_t *cond) noexcept
-{
-    return support::lock_call("pthread_cond_destroy", cond);
-}
-
-extern "C" int pthread_cond_wait(pthread_cond_t *cond, pthread_mutex_t *mutex)
-{
-    return support::lock_call("pthread_cond_wait", cond, mutex);
-}
-
-extern "C" int pthread_cond_signal(pthread_cond_t *cond) noexcept
-{
-    return support::lock_call("pthread_cond_signal", cond);
-}
-
-extern "C" int pthread_cond_broadcast(pthread_cond_t *cond) noexcept
-{
-    return support::lock_call("pthread_cond_broadcast", cond);
-}
 
 static bool cond_life()
 {
@@ -258,7 +206,7 @@ TEST(VelcondDeathTest, MutexThatStaysAfterAFailedConditionAborts)
     EXPECT_DEATH(
         {
             const lock_failure failure("pthread_cond_init", EAGAIN);
-            mutexstays = true;
+            const lock_failure stays("pthread_mutex_destroy", EBUSY);
             vel_cond_create();
         },
         support::asserts("res == 0", "vel_cond_create"));

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <deque>
 #include <functional>
-#include <pthread.h>
 #include <random>
 #include <string>
 #include <vector>
@@ -11,72 +10,15 @@
 #include <gtest/gtest.h>
 
 #include "support/assertion.h"
-#include "support/lockcalls.h"
+#include "support/condcalls.h"
 #include "support/logcapture.h"
 #include "support/oom.h"
 #include "support/platform_malloc.h"
 
 using support::calls_of;
+using support::cond_wait_action;
 using support::lock_failure;
 using calls = std::vector<std::string>;
-
-extern "C" int pthread_mutex_init(pthread_mutex_t *mutex, const pthread_mutexattr_t *attr) noexcept
-{
-    return support::lock_call("pthread_mutex_init", mutex, attr);
-}
-
-extern "C" int pthread_mutex_destroy(pthread_mutex_t *mutex) noexcept
-{
-    return support::lock_call("pthread_mutex_destroy", mutex);
-}
-
-extern "C" int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept
-{
-    return support::lock_call("pthread_mutex_lock", mutex);
-}
-
-extern "C" int pthread_mutex_unlock(pthread_mutex_t *mutex) noexcept
-{
-    return support::lock_call("pthread_mutex_unlock", mutex);
-}
-
-extern "C" int pthread_cond_init(pthread_cond_t *cond, const pthread_condattr_t *attr) noexcept
-{
-    return support::lock_call("pthread_cond_init", cond, attr);
-}
-
-extern "C" int pthread_cond_destroy(pthread_cond_t *cond) noexcept
-{
-    return support::lock_call("pthread_cond_destroy", cond);
-}
-
-/* Runs instead of a wait, with the lock free, while set. */
-static std::function<void()> onwait;
-
-extern "C" int pthread_cond_wait(pthread_cond_t *cond, pthread_mutex_t *mutex)
-{
-    if (!onwait)
-        return support::lock_call("pthread_cond_wait", cond, mutex);
-    if (support::lock_calls)
-        support::lock_calls->push_back("pthread_cond_wait");
-    std::vector<std::string> *const calls = support::lock_calls;
-    support::lock_calls = nullptr;
-    pthread_mutex_unlock(mutex);
-    onwait();
-    pthread_mutex_lock(mutex);
-    support::lock_calls = calls;
-    return 0;
-}
-
-extern "C" int pthread_cond_signal(pthread_cond_t *cond) noexcept
-{
-    return support::lock_call("pthread_cond_signal", cond);
-}
-
-extern "C" int pthread_cond_broadcast(pthread_cond_t *cond) noexcept
-{
-    return support::lock_call("pthread_cond_broadcast", cond);
-}
 
 static const calls kPush = {"pthread_mutex_lock", "pthread_cond_signal", "pthread_mutex_unlock"};
 static const calls kTry = {"pthread_mutex_lock", "pthread_mutex_unlock"};
@@ -333,14 +275,14 @@ TEST_F(Vellockqueue, DestroyTakesNoLock)
 TEST_F(Vellockqueue, WaitsUntilAnItemIsThere)
 {
     int waits = 0;
-    onwait = [&] {
+    cond_wait_action = [&] {
         EXPECT_EQ(error_, VEL_ERROR_GENERIC);
         waits++;
         if (waits == 3)
             push(&item[1]);
     };
     EXPECT_EQ(vel_lockqueue_pop(queue_, &error_), &item[1]);
-    onwait = nullptr;
+    cond_wait_action = nullptr;
     EXPECT_EQ(error_, VEL_ERROR_NONE);
     EXPECT_EQ(waits, 3);
 }
@@ -348,7 +290,7 @@ TEST_F(Vellockqueue, WaitsUntilAnItemIsThere)
 TEST_F(Vellockqueue, WaitsUntilTheEnd)
 {
     int waits = 0;
-    onwait = [&] {
+    cond_wait_action = [&] {
         waits++;
         if (waits == 2)
             vel_lockqueue_set_end(queue_);
@@ -358,17 +300,17 @@ TEST_F(Vellockqueue, WaitsUntilTheEnd)
     EXPECT_EQ(waits, 2);
     EXPECT_EQ(vel_lockqueue_pop_element(queue_, nullptr), nullptr);
     EXPECT_EQ(waits, 2);
-    onwait = nullptr;
+    cond_wait_action = nullptr;
 }
 
 TEST_F(Vellockqueue, LastItemAndTheEndDuringAWait)
 {
-    onwait = [&] {
+    cond_wait_action = [&] {
         push(&item[2]);
         vel_lockqueue_set_end(queue_);
     };
     EXPECT_EQ(vel_lockqueue_pop(queue_, &error_), &item[2]);
-    onwait = nullptr;
+    cond_wait_action = nullptr;
     EXPECT_EQ(error_, VEL_ERROR_NONE);
     expect_nothing(VEL_ERROR_END_OF_FILE);
 }
@@ -377,7 +319,7 @@ TEST_F(Vellockqueue, LastItemAndTheEndDuringAWait)
 TEST_F(Vellockqueue, ItemThatIsGoneAfterAWait)
 {
     int waits = 0;
-    onwait = [&] {
+    cond_wait_action = [&] {
         waits++;
         push(&item[waits]);
         if (waits == 1) {
@@ -386,7 +328,7 @@ TEST_F(Vellockqueue, ItemThatIsGoneAfterAWait)
         }
     };
     EXPECT_EQ(vel_lockqueue_pop(queue_, &error_), &item[2]);
-    onwait = nullptr;
+    cond_wait_action = nullptr;
 }
 
 TEST(VellockqueueMemory, Element)
