@@ -131,6 +131,21 @@ inline size_t thread_count()
     return count;
 }
 
+/* A plain socket that is connected to the port, as clients outside of the library have it. What does
+ * not come from there within a minute does not come. */
+inline int connect_plain(unsigned int port, int type)
+{
+    const int descriptor = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    sockaddr_in to = {};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(static_cast<uint16_t>(port));
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(descriptor, reinterpret_cast<const sockaddr *>(&to), sizeof to), 0);
+    const timeval limit = {60, 0};
+    EXPECT_EQ(setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit), 0);
+    return descriptor;
+}
+
 /* A test of the server with this module. At the end all threads are gone and the descriptors are
  * those of the beginning, but for the pipes of its listeners. */
 class server_threads_test : public testing::Test {
@@ -163,23 +178,40 @@ class server_threads_test : public testing::Test {
         EXPECT_EQ(thread_count(), threads_);
     }
 
-    sockaddr_in server_address() const
+    /* What the server says last when a start fails. try_start fails the allocation of the number
+     * that it is given; it stops what has started, and that is the end. Each start has a log of its
+     * own, so that the lock of the log is to be made each time. */
+    std::set<std::string>
+    failures_of_start(const std::function<vel_error_t(size_t allocation)> &try_start)
     {
-        sockaddr_in to = {};
-        to.sin_family = AF_INET;
-        to.sin_port = htons(static_cast<uint16_t>(port_));
-        to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        return to;
-    }
-    /* A plain socket, as clients outside of the library have it. */
-    int connect_plain(int type)
-    {
-        const int descriptor = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-        const sockaddr_in to = server_address();
-        EXPECT_EQ(connect(descriptor, reinterpret_cast<const sockaddr *>(&to), sizeof to), 0);
-        const timeval limit = {60, 0};
-        EXPECT_EQ(setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit), 0);
-        return descriptor;
+        std::set<std::string> texts;
+        vel_error_t velerror = VEL_ERROR_NO_MEMORY;
+        for (size_t allocation = 1; velerror != VEL_ERROR_NONE && allocation < 100; allocation++) {
+            vel_log_uninit();
+            vel_log_stderr_disable(nullptr);
+            char *text = nullptr;
+            size_t length = 0;
+            vel_log_logfile_set_filehandle(nullptr, open_memstream(&text, &length));
+            vel_log_logfile_set_level(nullptr, 7);
+            vel_log_logfile_enable(nullptr);
+            const size_t before = descriptors().size();
+            velerror = try_start(allocation);
+            if (velerror != VEL_ERROR_NONE) {
+                const std::string lines(text, length);
+                const size_t last = lines.rfind(module_ + ":");
+                EXPECT_NE(last, std::string::npos) << lines;
+                if (last != std::string::npos)
+                    texts.insert(lines.substr(lines.find("[7] ", last) + 4));
+                EXPECT_EQ(calls_.created, 0);
+            }
+            vel_log_uninit();
+            free(text);
+            /* Of a listener that is gone the pipe stays. */
+            if (descriptors().size() > before)
+                listeners_++;
+        }
+        EXPECT_EQ(velerror, VEL_ERROR_NONE);
+        return texts;
     }
 
     /* The lines of the server, with a star for each pointer. To be called without its threads. */

@@ -51,7 +51,7 @@ class server_test : public server_threads_test {
     }
     int connect()
     {
-        return connect_plain(SOCK_STREAM);
+        return connect_plain(port_, SOCK_STREAM);
     }
     /* What the server sends until it closes the connection, and closes it here. */
     static std::string rest_of(int descriptor)

@@ -77,7 +77,7 @@ class server_test : public server_threads_test {
     /* A socket that sends to the server and takes what comes from there; closed at the end. */
     int connect()
     {
-        return clients_.emplace_back(connect_plain(SOCK_DGRAM));
+        return clients_.emplace_back(connect_plain(port_, SOCK_DGRAM));
     }
     static void send(int client, const std::string &text)
     {
