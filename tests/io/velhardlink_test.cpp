@@ -8,6 +8,7 @@
 
 #include "support/assertion.h"
 #include "support/dircalls.h"
+#include "support/everyerrno.h"
 #include "support/pathfamily.h"
 
 namespace fs = std::filesystem;
@@ -96,22 +97,9 @@ static const std::map<int, vel_error_t> kHardlinkErrors = {
 
 TYPED_TEST(Velhardlink, EveryErrorOfThePlatform)
 {
-    for (int error = 1; error <= 140; error++) {
-        SCOPED_TRACE(error);
-        vel_error_t result;
-        {
-            const dir_watch calls({{"link", "other", error}});
-            result = TypeParam::hardlink("file", "other");
-        }
-        const auto found = kHardlinkErrors.find(error);
-        if (found == kHardlinkErrors.end()) {
-            EXPECT_EQ(result, VEL_ERROR_GENERIC);
-            EXPECT_EQ(this->log.take(), this->unhandled_failure(error));
-        } else {
-            EXPECT_EQ(result, found->second);
-            EXPECT_EQ(this->log.take(), this->failure(error));
-        }
-    }
+    support::expect_for_every_errno(this->log, "link", "other",
+                                    {kHardlinkErrors, this->failure, this->unhandled_failure},
+                                    [] { return TypeParam::hardlink("file", "other"); });
 }
 
 template <typename Family> class VelhardlinkDeathTest : public testing::Test {

@@ -14,6 +14,7 @@
 #include "support/assertion.h"
 #include "support/dircalls.h"
 #include "support/eachfailure.h"
+#include "support/everyerrno.h"
 #include "support/oom.h"
 #include "support/pathfamily.h"
 
@@ -315,20 +316,14 @@ static const std::map<int, vel_error_t> kMkdirErrors = {
 
 TYPED_TEST(VelmkdirRecursive, EveryErrorOfThePlatform)
 {
-    for (int error = 1; error <= 140; error++) {
-        SCOPED_TRACE(error);
-        vel_error_t result;
-        {
-            const dir_watch calls({{"mkdir", "new", error}});
-            result = TypeParam::mkdir_recursive("directory/new");
-        }
-        const auto found = kMkdirErrors.find(error);
-        EXPECT_EQ(result, found == kMkdirErrors.end() ? VEL_ERROR_GENERIC : found->second);
-        lines expected;
-        if (found == kMkdirErrors.end())
-            expected = {this->line(7, "an unhandled error " + std::to_string(error) + " occurred")};
-        EXPECT_EQ(this->log.take(), expected);
-    }
+    const support::errno_expectations expected = {
+        kMkdirErrors, [](int) { return lines(); },
+        [this](int error) {
+            return lines{
+                this->line(7, "an unhandled error " + std::to_string(error) + " occurred")};
+        }};
+    support::expect_for_every_errno(this->log, "mkdir", "new", expected,
+                                    [] { return TypeParam::mkdir_recursive("directory/new"); });
     EXPECT_EQ(this->paths_here(), this->before);
 }
 

@@ -8,6 +8,7 @@
 
 #include "support/assertion.h"
 #include "support/dircalls.h"
+#include "support/everyerrno.h"
 #include "support/pathfamily.h"
 
 namespace fs = std::filesystem;
@@ -99,22 +100,9 @@ static const std::map<int, vel_error_t> kSymlinkErrors = {
 TYPED_TEST(Velsymlink, EveryErrorOfThePlatform)
 {
     for (const auto function : this->functions)
-        for (int error = 1; error <= 140; error++) {
-            SCOPED_TRACE(error);
-            vel_error_t result;
-            {
-                const dir_watch calls({{"symlink", "link", error}});
-                result = function("target", "link");
-            }
-            const auto found = kSymlinkErrors.find(error);
-            if (found == kSymlinkErrors.end()) {
-                EXPECT_EQ(result, VEL_ERROR_GENERIC);
-                EXPECT_EQ(this->log.take(), this->unhandled_failure(error));
-            } else {
-                EXPECT_EQ(result, found->second);
-                EXPECT_EQ(this->log.take(), this->failure(error));
-            }
-        }
+        support::expect_for_every_errno(this->log, "symlink", "link",
+                                        {kSymlinkErrors, this->failure, this->unhandled_failure},
+                                        [&] { return function("target", "link"); });
 }
 
 template <typename Family> class VelsymlinkDeathTest : public testing::Test {
