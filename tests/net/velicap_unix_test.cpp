@@ -16,6 +16,14 @@ class VelicapUnix : public Velicap {
     {
         return options(server.url("/svc"));
     }
+    void expect_no_connection(const char *call, int platformerrno, const char *text)
+    {
+        icap_server server(true, {{kNoContent}});
+        wire.turns[call] = {fails(platformerrno)};
+        EXPECT_EQ(options(server), VEL_ERROR_GENERIC);
+        EXPECT_EQ(logged(), lines{said(7, text)});
+        EXPECT_EQ(wire.connects, std::vector<int>());
+    }
 };
 
 /* Paths. */
@@ -104,20 +112,12 @@ TEST_F(VelicapUnix, SchemesThatAreAlmostIt)
 
 TEST_F(VelicapUnix, NoSocket)
 {
-    icap_server server(true, {{kNoContent}});
-    wire.turns["socket"] = {fails(EMFILE)};
-    EXPECT_EQ(options(server), VEL_ERROR_GENERIC);
-    EXPECT_EQ(logged(), lines{said(7, "unable to create a unix domain socket")});
-    EXPECT_EQ(wire.connects, std::vector<int>());
+    expect_no_connection("socket", EMFILE, "unable to create a unix domain socket");
 }
 
 TEST_F(VelicapUnix, SocketThatStaysBlocking)
 {
-    icap_server server(true, {{kNoContent}});
-    wire.turns["fcntl F_SETFL"] = {fails(EPERM)};
-    EXPECT_EQ(options(server), VEL_ERROR_GENERIC);
-    EXPECT_EQ(logged(), lines{said(7, "fcntl() returned error -1")});
-    EXPECT_EQ(wire.connects, std::vector<int>());
+    expect_no_connection("fcntl F_SETFL", EPERM, "fcntl() returned error -1");
 }
 
 TEST_F(VelicapUnix, SocketThatDoesNotBlockAlready)
