@@ -43,6 +43,24 @@ inline void collect_option_error(vel_error_t code, const char *option, const cha
         {code, option, argument ? std::optional<std::string>(argument) : std::nullopt});
 }
 
+inline const std::string kUsageHead = "usage: PROGRAM OPTIONS\nOPTIONS:\n";
+
+/* A test of options, of which there are none at first. */
+class option_test : public testing::Test {
+  protected:
+    void SetUp() override
+    {
+        options = vel_getopt_create();
+        ASSERT_NE(options, nullptr);
+    }
+    void TearDown() override
+    {
+        vel_getopt_destroy(options);
+    }
+
+    velgetopt *options = nullptr;
+};
+
 /* Arguments of a program, its name in front, in a block of exactly their size: nothing, and no
  * null pointer either, stands behind the last one. */
 class arguments {

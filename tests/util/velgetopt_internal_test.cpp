@@ -95,22 +95,21 @@ TEST(VelgetoptInternal, OptionTypesHaveTheirNumbers)
     EXPECT_EQ(VEL_GETOPT_TYPE_COUNT, 6);
 }
 
-class VelgetoptType : public testing::Test {
+class VelgetoptType : public support::option_test {
   protected:
     void SetUp() override
     {
-        options = vel_getopt_create();
+        option_test::SetUp();
         ASSERT_NE(options, nullptr);
         vel_getopt_set_error_callback(options, support::collect_option_error, &errors);
     }
     void TearDown() override
     {
-        vel_getopt_destroy(options);
+        option_test::TearDown();
         EXPECT_EQ(errors, (support::option_errors{}));
     }
 
     support::log_capture log;
-    velgetopt *options = nullptr;
     support::option_errors errors;
 };
 

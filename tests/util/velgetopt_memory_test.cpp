@@ -14,12 +14,12 @@
 #include "support/optiontest.h"
 #include "support/stdstreams.h"
 
+using support::kUsageHead;
 using support::log_line;
 
 using log_lines = std::vector<log_line>;
 
 static const char kModule[] = "util/velgetopt";
-static const char kHead[] = "usage: PROGRAM OPTIONS\nOPTIONS:\n";
 
 /* The lines of the log of an action for each allocation that fails in it; what it gives then is
  * the failure. */
@@ -43,18 +43,8 @@ TEST(VelgetoptMemory, Create)
 }
 
 /* A declaration with all its strings, and one with the least of them. */
-class VelgetoptDeclareMemory : public testing::Test {
+class VelgetoptDeclareMemory : public support::option_test {
   protected:
-    void SetUp() override
-    {
-        options = vel_getopt_create();
-        ASSERT_NE(options, nullptr);
-    }
-    void TearDown() override
-    {
-        vel_getopt_destroy(options);
-    }
-
     template <typename Declare> log_lines declare_failures(Declare declare)
     {
         return failures([&] {
@@ -62,13 +52,12 @@ class VelgetoptDeclareMemory : public testing::Test {
             support::malloc_pause pause;
             EXPECT_TRUE(result == 0 || result == -1);
             if (result == -1) {
-                EXPECT_EQ(support::usage_text(options), kHead) << "the list has changed";
+                EXPECT_EQ(support::usage_text(options), kUsageHead) << "the list has changed";
             }
             return result == 0;
         });
     }
 
-    velgetopt *options = nullptr;
     const char *string = nullptr;
     int number = 0;
 };
@@ -136,7 +125,7 @@ TEST_F(VelgetoptDeclareMemory, Footer)
 {
     EXPECT_EQ(failures([&] { return vel_getopt_set_footer(options, "last") == 0; }),
               (log_lines{{kModule, 7, "not enough memory for footer string"}}));
-    EXPECT_EQ(support::usage_text(options), std::string(kHead) + "last");
+    EXPECT_EQ(support::usage_text(options), kUsageHead + "last");
 }
 
 TEST_F(VelgetoptDeclareMemory, LongOptionName)

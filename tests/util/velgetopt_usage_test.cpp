@@ -24,24 +24,19 @@
 #include "support/stdstreams.h"
 
 using support::asserts;
+using support::kUsageHead;
 using support::log_line;
 using support::usage_text;
 
 using log_lines = std::vector<log_line>;
 
-static const std::string kHead = "usage: PROGRAM OPTIONS\nOPTIONS:\n";
 static const std::string kIndent(30, ' ');
 
-class VelgetoptUsage : public testing::Test {
+class VelgetoptUsage : public support::option_test {
   protected:
-    void SetUp() override
-    {
-        options = vel_getopt_create();
-        ASSERT_NE(options, nullptr);
-    }
     void TearDown() override
     {
-        vel_getopt_destroy(options);
+        option_test::TearDown();
         EXPECT_EQ(log.take(), (log_lines{}));
     }
 
@@ -52,8 +47,10 @@ class VelgetoptUsage : public testing::Test {
 
     void declare_archiver();
 
+    /* The usage as far as it comes to a stream that refuses any piece with this text in it. */
+    std::string usage_refusing(const char *piece);
+
     support::log_capture log;
-    velgetopt *options = nullptr;
     int flag = 0;
     const char *string = nullptr;
 };
@@ -196,7 +193,7 @@ TEST_F(VelgetoptUsage, LocaleAndTerminalChangeNothing)
 
 TEST_F(VelgetoptUsage, NothingDeclared)
 {
-    EXPECT_EQ(usage_text(options), kHead);
+    EXPECT_EQ(usage_text(options), kUsageHead);
 }
 
 TEST_F(VelgetoptUsage, SynopsisAndFooterAreCopied)
@@ -222,13 +219,13 @@ TEST_F(VelgetoptUsage, NullClearsSynopsisAndFooter)
 {
     EXPECT_EQ(vel_getopt_set_synopsis(options, nullptr), 0);
     EXPECT_EQ(vel_getopt_set_footer(options, nullptr), 0);
-    EXPECT_EQ(usage_text(options), kHead);
+    EXPECT_EQ(usage_text(options), kUsageHead);
 
     vel_getopt_set_synopsis(options, "x");
     vel_getopt_set_footer(options, "x");
     EXPECT_EQ(vel_getopt_set_synopsis(options, nullptr), 0);
     EXPECT_EQ(vel_getopt_set_footer(options, nullptr), 0);
-    EXPECT_EQ(usage_text(options), kHead);
+    EXPECT_EQ(usage_text(options), kUsageHead);
 }
 
 /* ---- the names of an option ---- */
@@ -274,7 +271,7 @@ TEST_P(VelgetoptUsageName, Text)
                   0);
     else
         ASSERT_EQ(vel_getopt_flag_set(options, row.longopt, row.shortopt, &flag, "D"), 0);
-    EXPECT_EQ(usage_text(options), kHead + row.text + "D\n");
+    EXPECT_EQ(usage_text(options), kUsageHead + row.text + "D\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(All, VelgetoptUsageName, testing::ValuesIn(kNameCases),
@@ -284,7 +281,7 @@ TEST_F(VelgetoptUsage, TextOfNameThatIsFarTooLong)
 {
     const std::string name(200, 'n');
     ASSERT_EQ(vel_getopt_flag_set(options, name.c_str(), 'n', &flag, "D"), 0);
-    EXPECT_EQ(usage_text(options), kHead + " -n, --" + name + "\n" + kIndent + "D\n");
+    EXPECT_EQ(usage_text(options), kUsageHead + " -n, --" + name + "\n" + kIndent + "D\n");
 }
 
 /* ---- the wrapping of a description ---- */
@@ -336,7 +333,7 @@ TEST_P(VelgetoptUsageWrap, Lines)
 {
     const wrap_case &row = GetParam();
     ASSERT_EQ(vel_getopt_flag_set(options, nullptr, 'a', &flag, row.description.c_str()), 0);
-    std::string expected = kHead + " -a";
+    std::string expected = kUsageHead + " -a";
     size_t column = strlen(" -a");
     for (const std::string &line : row.lines) {
         expected += std::string(30 - column, ' ') + line + "\n";
@@ -350,7 +347,6 @@ INSTANTIATE_TEST_SUITE_P(All, VelgetoptUsageWrap, testing::ValuesIn(kWrapCases),
 
 /* ---- a stream that cannot be written to ---- */
 
-/* A stream that refuses any piece with a given text in it. */
 struct refusing_stream {
     const char *refused;
     std::string written = {};
@@ -368,6 +364,18 @@ struct refusing_stream {
     }
 };
 
+std::string VelgetoptUsage::usage_refusing(const char *piece)
+{
+    refusing_stream refusing = {piece};
+    FILE *out = fopencookie(&refusing, "w", {nullptr, refusing_stream::write, nullptr, nullptr});
+    EXPECT_NE(out, nullptr);
+    setvbuf(out, nullptr, _IONBF, 0);
+    EXPECT_EQ(vel_getopt_usage(options, out), 0);
+    fclose(out);
+    EXPECT_EQ(log.take(), (log_lines{{"util/velgetopt", 6, "unable to output usage"}}));
+    return refusing.written;
+}
+
 TEST_F(VelgetoptUsage, FailureEndsTheListOfOptions)
 {
     ASSERT_EQ(vel_getopt_flag_set(options, "alpha", 0, &flag, "One."), 0);
@@ -375,14 +383,8 @@ TEST_F(VelgetoptUsage, FailureEndsTheListOfOptions)
     ASSERT_EQ(vel_getopt_flag_set(options, "gamma", 0, &flag, "Three."), 0);
     vel_getopt_set_footer(options, "The end.");
 
-    refusing_stream refusing = {"b"};
-    FILE *out = fopencookie(&refusing, "w", {nullptr, refusing_stream::write, nullptr, nullptr});
-    ASSERT_NE(out, nullptr);
-    setvbuf(out, nullptr, _IONBF, 0);
-    EXPECT_EQ(vel_getopt_usage(options, out), 0);
-    fclose(out);
-    EXPECT_EQ(refusing.written, kHead + " --alpha                      One.\n" + "The end.");
-    EXPECT_EQ(log.take(), (log_lines{{"util/velgetopt", 6, "unable to output usage"}}));
+    EXPECT_EQ(usage_refusing("b"),
+              kUsageHead + " --alpha                      One.\n" + "The end.");
 }
 
 TEST_F(VelgetoptUsage, FailureOfArgumentNameEndsTheListOfOptions)
@@ -392,15 +394,9 @@ TEST_F(VelgetoptUsage, FailureOfArgumentNameEndsTheListOfOptions)
     ASSERT_EQ(vel_getopt_flag_set(options, "gamma", 0, &flag, "Three."), 0);
     vel_getopt_set_footer(options, "The end.");
 
-    refusing_stream refusing = {"count"};
-    FILE *out = fopencookie(&refusing, "w", {nullptr, refusing_stream::write, nullptr, nullptr});
-    ASSERT_NE(out, nullptr);
-    setvbuf(out, nullptr, _IONBF, 0);
-    EXPECT_EQ(vel_getopt_usage(options, out), 0);
-    fclose(out);
-    EXPECT_EQ(refusing.written.find("Three."), std::string::npos);
-    EXPECT_NE(refusing.written.find("The end."), std::string::npos);
-    EXPECT_EQ(log.take(), (log_lines{{"util/velgetopt", 6, "unable to output usage"}}));
+    const std::string written = usage_refusing("count");
+    EXPECT_EQ(written.find("Three."), std::string::npos);
+    EXPECT_NE(written.find("The end."), std::string::npos);
 }
 
 TEST_F(VelgetoptUsage, FullDevice)
