@@ -18,6 +18,19 @@
 #include "support/logcapture.h"
 #include "support/tempdir.h"
 
+namespace support {
+
+/* A file with a message. */
+inline constexpr char kGoodPo[] = "msgid \"a\"\nmsgstr \"x\"\n";
+
+/* What is logged as a language comes up. */
+inline log_line no_language_line(const std::string &language)
+{
+    return {"util/vellocalization", 13, "no language '" + language + "'"};
+}
+
+} // namespace support
+
 /* An empty directory for the text domain "domain", and a set of languages. */
 class Vellocalization : public testing::Test {
   protected:

@@ -11,30 +11,26 @@
 #include "support/fakedirectory.h"
 #include "support/potest.h"
 
+using support::kGoodPo;
 using support::log_line;
+using support::no_language_line;
 using support::write_file;
 
 using log_lines = std::vector<log_line>;
 
 static const char kModule[] = "util/vellocalization";
-static const char kGood[] = "msgid \"a\"\nmsgstr \"x\"\n";
-
-static log_line no_language(const std::string &language)
-{
-    return {kModule, 13, "no language '" + language + "'"};
-}
 
 TEST_F(Vellocalization, FailureEndsTheWalk)
 {
     for (const char *name : {"a", "c"})
-        write_file(std::string("domain/") + name + ".po", kGood);
+        write_file(std::string("domain/") + name + ".po", kGoodPo);
     write_file("domain/b.po", "msgid \"a\"\nmsgstr \"y\"\nbad\nmsgid \"b\"\nmsgstr \"z\"\n");
     const support::fake_directory directory({"a.po", "b.po", "c.po"});
     EXPECT_EQ(load(), VEL_ERROR_INVALID_SYNTAX);
     EXPECT_EQ(
         lines(),
-        (log_lines{no_language("a"),
-                   no_language("b"),
+        (log_lines{no_language_line("a"),
+                   no_language_line("b"),
                    {kModule, 6, "unrecognized line 'bad' in ./domain/b.po line 3"},
                    {kModule, 7, "unable to load po file ./domain/b.po, error 209 (invalid syntax)"},
                    {kModule, 13,
@@ -50,10 +46,10 @@ TEST_F(Vellocalization, FailureEndsTheWalk)
 TEST_F(Vellocalization, ReadErrorEndsTheWalkLikeItsEnd)
 {
     for (const char *name : {"a", "b"})
-        write_file(std::string("domain/") + name + ".po", kGood);
+        write_file(std::string("domain/") + name + ".po", kGoodPo);
     const support::fake_directory directory({".", "..", "a.po"}, EIO);
     EXPECT_EQ(load(), VEL_ERROR_NONE);
-    EXPECT_EQ(lines(), (log_lines{no_language("a")}));
+    EXPECT_EQ(lines(), (log_lines{no_language_line("a")}));
     EXPECT_EQ(languages(), "a");
 }
 
@@ -86,9 +82,9 @@ TEST_F(Vellocalization, NameThatCannotBeConvertedFails)
 
 TEST_F(Vellocalization, FileThatIsListedTwiceIsLoadedTwice)
 {
-    write_file("domain/a.po", kGood);
+    write_file("domain/a.po", kGoodPo);
     const support::fake_directory directory({"a.po", "a.po"});
     EXPECT_EQ(load(), VEL_ERROR_NONE);
-    EXPECT_EQ(lines(), (log_lines{no_language("a")}));
+    EXPECT_EQ(lines(), (log_lines{no_language_line("a")}));
     EXPECT_EQ(translation("a", "a"), "x");
 }

@@ -10,18 +10,14 @@
 #include "support/potest.h"
 
 using support::asserts;
+using support::kGoodPo;
 using support::log_line;
+using support::no_language_line;
 using support::write_file;
 
 using log_lines = std::vector<log_line>;
 
 static const char kModule[] = "util/vellocalization";
-static const char kGood[] = "msgid \"a\"\nmsgstr \"x\"\n";
-
-static log_line no_language(const std::string &language)
-{
-    return {kModule, 13, "no language '" + language + "'"};
-}
 
 /* ---- directories ---- */
 
@@ -48,18 +44,18 @@ TEST_F(Vellocalization, FileInPlaceOfDirectory)
 
 TEST_F(Vellocalization, PathIsJoinedWithOneSeparator)
 {
-    write_file("domain/de.po", kGood);
+    write_file("domain/de.po", kGoodPo);
     for (const char *path : {".", "./", "domain/.."}) {
         vellocalization *other = vel_localization_create();
         EXPECT_EQ(vel_localization_load_utf8(other, path, "domain"), VEL_ERROR_NONE) << path;
-        EXPECT_EQ(lines(), (log_lines{no_language("de")}));
+        EXPECT_EQ(lines(), (log_lines{no_language_line("de")}));
         EXPECT_NE(vel_localization_language_get(other, "de"), nullptr);
         vel_localization_destroy(other);
     }
     EXPECT_EQ(vel_localization_load_utf8(localization, "", "domain"), VEL_ERROR_NOT_FOUND);
     EXPECT_EQ(lines(), (log_lines{{kModule, 7, "unable to open directory '/domain'"}}));
     EXPECT_EQ(vel_localization_load_utf8(localization, "domain", ""), VEL_ERROR_NONE);
-    EXPECT_EQ(lines(), (log_lines{no_language("de")}));
+    EXPECT_EQ(lines(), (log_lines{no_language_line("de")}));
 }
 
 TEST_F(Vellocalization, FilesOfOtherNamesArePassedOver)
@@ -74,14 +70,14 @@ TEST_F(Vellocalization, DirectoriesArePassedOver)
 {
     std::filesystem::create_directory("domain/x.po");
     std::filesystem::create_directory_symlink("x.po", "domain/y.po");
-    write_file("domain/x.po/z.po", kGood);
+    write_file("domain/x.po/z.po", kGoodPo);
     EXPECT_EQ(load(), VEL_ERROR_NONE);
     EXPECT_EQ(lines(), (log_lines{}));
 }
 
 TEST_F(Vellocalization, LinkToFileIsRead)
 {
-    write_file("elsewhere", kGood);
+    write_file("elsewhere", kGoodPo);
     std::filesystem::create_symlink("../elsewhere", "domain/de.po");
     EXPECT_EQ(load_quietly(), VEL_ERROR_NONE);
     EXPECT_EQ(translation("de", "a"), "x");
@@ -102,7 +98,7 @@ TEST_F(Vellocalization, FileThatCannotBeOpened)
 TEST_F(Vellocalization, NameOfLanguageIsNameOfFile)
 {
     for (const char *name : {"de", "pt_BR", "a.b", "...", "x.po", "\xe6\x97\xa5\xe6\x9c\xac", " "})
-        write_file(std::string("domain/") + name + ".po", kGood);
+        write_file(std::string("domain/") + name + ".po", kGoodPo);
     EXPECT_EQ(load_quietly(), VEL_ERROR_NONE);
     EXPECT_EQ(languages(), " /.../a.b/de/pt_BR/x.po/\xe6\x97\xa5\xe6\x9c\xac");
     EXPECT_EQ(translation("pt_BR", "a"), "x");
@@ -118,7 +114,7 @@ TEST_F(Vellocalization, NoLanguages)
 
 TEST_F(Vellocalization, OneLanguage)
 {
-    write_file("domain/de.po", kGood);
+    write_file("domain/de.po", kGoodPo);
     EXPECT_EQ(load_quietly(), VEL_ERROR_NONE);
     EXPECT_EQ(languages(), "de");
 }
@@ -126,7 +122,7 @@ TEST_F(Vellocalization, OneLanguage)
 TEST_F(Vellocalization, LanguagesAreListedInByteOrder)
 {
     for (const char *name : {"b", "a", "B", "\xc3\xa9", "ab", "a-b", "10", "9"})
-        write_file(std::string("domain/") + name + ".po", kGood);
+        write_file(std::string("domain/") + name + ".po", kGoodPo);
     EXPECT_EQ(load_quietly(), VEL_ERROR_NONE);
     EXPECT_EQ(languages(), "10/9/B/a/a-b/ab/b/\xc3\xa9");
 }
@@ -148,18 +144,18 @@ TEST_F(Vellocalization, ManyLanguages)
 TEST_F(Vellocalization, MissingLanguage)
 {
     EXPECT_EQ(vel_localization_language_get(localization, "de"), nullptr);
-    EXPECT_EQ(lines(), (log_lines{no_language("de")}));
-    write_file("domain/de.po", kGood);
+    EXPECT_EQ(lines(), (log_lines{no_language_line("de")}));
+    write_file("domain/de.po", kGoodPo);
     EXPECT_EQ(load_quietly(), VEL_ERROR_NONE);
     for (const char *language : {"DE", "d", "de.po", ""}) {
         EXPECT_EQ(vel_localization_language_get(localization, language), nullptr);
-        EXPECT_EQ(lines(), (log_lines{no_language(language)}));
+        EXPECT_EQ(lines(), (log_lines{no_language_line(language)}));
     }
 }
 
 TEST_F(Vellocalization, LanguageStaysTheSame)
 {
-    write_file("domain/de.po", kGood);
+    write_file("domain/de.po", kGoodPo);
     EXPECT_EQ(load_quietly(), VEL_ERROR_NONE);
     vellanguage *before = vel_localization_language_get(localization, "de");
     EXPECT_EQ(load(), VEL_ERROR_NONE);
@@ -172,10 +168,10 @@ TEST_F(Vellocalization, SecondLoadAdds)
     std::filesystem::create_directory("other");
     write_file("domain/de.po", "msgid \"a\"\nmsgstr \"1\"\nmsgid \"b\"\nmsgstr \"2\"\n");
     write_file("other/de.po", "msgid \"b\"\nmsgstr \"3\"\nmsgid \"c\"\nmsgstr \"4\"\n");
-    write_file("other/en.po", kGood);
+    write_file("other/en.po", kGoodPo);
     EXPECT_EQ(load(), VEL_ERROR_NONE);
     EXPECT_EQ(vel_localization_load_utf8(localization, ".", "other"), VEL_ERROR_NONE);
-    EXPECT_EQ(lines(), (log_lines{no_language("de"), no_language("en")}));
+    EXPECT_EQ(lines(), (log_lines{no_language_line("de"), no_language_line("en")}));
     EXPECT_EQ(languages(), "de/en");
     EXPECT_EQ(translation("de", "a"), "1");
     EXPECT_EQ(translation("de", "b"), "3");
@@ -250,7 +246,7 @@ TEST_F(VellocalizationDeathTest, ArgumentsAreAsserted)
 
 TEST_F(VellocalizationDeathTest, StringIsAsserted)
 {
-    write_file("domain/de.po", kGood);
+    write_file("domain/de.po", kGoodPo);
     EXPECT_EQ(load_quietly(), VEL_ERROR_NONE);
     vellanguage *vellanguage = vel_localization_language_get(localization, "de");
     EXPECT_DEATH(vel_localization_localize(vellanguage, nullptr),
