@@ -99,15 +99,8 @@ TEST_P(VelurlIdnaHost, Row)
               row.logged ? log_lines({{punycode_wchar_set::module, 6, row.logged}}) : log_lines());
 }
 
-TEST(VelurlIdna, EverySampleIsALabel)
+static void expect_both_ways(const std::string &names, const std::string &hosts)
 {
-    std::string names, hosts;
-    for (const punycode_sample &sample : kPunycodeSamples) {
-        if (std::string(sample.name) == "AsciiAlone")
-            continue;
-        names += std::string(sample.utf8) + ".";
-        hosts += std::string("xn--") + sample.punycode + ".";
-    }
     char *result = nullptr;
     EXPECT_EQ(vel_url_idna_host_to_ascii(names.c_str(), &result), VEL_ERROR_NONE);
     EXPECT_EQ(result, hosts);
@@ -117,6 +110,18 @@ TEST(VelurlIdna, EverySampleIsALabel)
     vel_free(result);
 }
 
+TEST(VelurlIdna, EverySampleIsALabel)
+{
+    std::string names, hosts;
+    for (const punycode_sample &sample : kPunycodeSamples) {
+        if (std::string(sample.name) == "AsciiAlone")
+            continue;
+        names += std::string(sample.utf8) + ".";
+        hosts += std::string("xn--") + sample.punycode + ".";
+    }
+    expect_both_ways(names, hosts);
+}
+
 TEST(VelurlIdna, ThousandsOfLabels)
 {
     std::string names, hosts;
@@ -124,13 +129,7 @@ TEST(VelurlIdna, ThousandsOfLabels)
         names += turn % 3 ? "a." : "bücher.";
         hosts += turn % 3 ? "a." : "xn--bcher-kva.";
     }
-    char *result = nullptr;
-    EXPECT_EQ(vel_url_idna_host_to_ascii(names.c_str(), &result), VEL_ERROR_NONE);
-    EXPECT_EQ(result, hosts);
-    vel_free(result);
-    EXPECT_EQ(vel_url_idna_host_to_unicode(hosts.c_str(), &result), VEL_ERROR_NONE);
-    EXPECT_EQ(result, names);
-    vel_free(result);
+    expect_both_ways(names, hosts);
 }
 
 /* URLs: on failure *result is not written. */
