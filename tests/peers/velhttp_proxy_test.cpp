@@ -7,6 +7,7 @@
 #include "peers/client.h"
 #include "support/peer.h"
 #include "support/rows.h"
+#include "support/shared.h"
 
 using namespace peers;
 using support::peer;
@@ -72,22 +73,8 @@ struct servers {
     pair pairs[std::size(kProxies)];
 };
 
-class servers_environment : public testing::Environment {
-  public:
-    void SetUp() override
-    {
-        all = std::make_unique<servers>();
-    }
-    void TearDown() override
-    {
-        all.reset();
-    }
-
-    static inline std::unique_ptr<servers> all;
-};
-
 [[maybe_unused]] static const auto *kEnvironment =
-    testing::AddGlobalTestEnvironment(new servers_environment);
+    testing::AddGlobalTestEnvironment(new support::shared<servers>);
 
 class Proxy : public testing::TestWithParam<proxy_row> {
   protected:
@@ -127,9 +114,9 @@ class Proxy : public testing::TestWithParam<proxy_row> {
     }
 
     size_t index_ = GetParam().name == kProxies[0].name ? 0 : 1;
-    const peer &origin_ = servers_environment::all->origin;
-    const peer &open_ = servers_environment::all->pairs[index_].open;
-    const peer &closed_ = servers_environment::all->pairs[index_].closed;
+    const peer &origin_ = support::shared<servers>::all->origin;
+    const peer &open_ = support::shared<servers>::all->pairs[index_].open;
+    const peer &closed_ = support::shared<servers>::all->pairs[index_].closed;
     support::temporary_directory here_;
     support::log_capture log_;
 };

@@ -19,6 +19,7 @@
 #include "support/logcapture.h"
 #include "support/peer.h"
 #include "support/rows.h"
+#include "support/shared.h"
 #include "support/tempdir.h"
 
 using support::peer;
@@ -149,22 +150,8 @@ struct servers {
     std::unique_ptr<patient_relay> relay;
 };
 
-class server_environment : public testing::Environment {
-  public:
-    void SetUp() override
-    {
-        all = std::make_unique<servers>();
-    }
-    void TearDown() override
-    {
-        all.reset();
-    }
-
-    static inline std::unique_ptr<servers> all;
-};
-
 [[maybe_unused]] static const auto *kEnvironment =
-    testing::AddGlobalTestEnvironment(new server_environment);
+    testing::AddGlobalTestEnvironment(new support::shared<servers>);
 
 static const std::string kRequest = "POST http://h/ HTTP/1.1\r\nHost: h\r\n\r\n";
 static const std::string kChunkedRequest =
@@ -201,7 +188,7 @@ class Cicap : public testing::TestWithParam<bool> {
 
     static const peer &server()
     {
-        return server_environment::all->cicap;
+        return support::shared<servers>::all->cicap;
     }
     void use_service(const std::string &service, bool relayed)
     {
