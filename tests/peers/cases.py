@@ -69,6 +69,13 @@ def poll(process, seconds):
         return None
 
 
+def run_to_end(path, *arguments):
+    """Runs a program that ends by itself; what it answers is text."""
+    return subprocess.run(
+        [path, *map(str, arguments)], capture_output=True, text=True, timeout=LONG, check=False
+    )
+
+
 class Case(unittest.TestCase):
     """A case with an empty directory that is removed afterwards."""
 

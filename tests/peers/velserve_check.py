@@ -13,7 +13,7 @@ import time
 import urllib.parse
 
 from cases import LONG, Case, digest, main, need_program, poll, program, random_bytes
-from cases import sanitized, wait_until
+from cases import run_to_end, sanitized, wait_until
 
 VELSERVE = program(1)
 SANITIZED = sanitized(VELSERVE)
@@ -561,15 +561,6 @@ class Stop(Served):
 
 
 class Usage(Case):
-    def run_velserve(self, *arguments):
-        return subprocess.run(
-            [VELSERVE, *map(str, arguments)],
-            capture_output=True,
-            text=True,
-            timeout=LONG,
-            check=False,
-        )
-
     def test_bad_usage(self):
         for arguments in (
             [],
@@ -580,26 +571,26 @@ class Usage(Case):
             ["-p", "http", "."],
             ["-p"],
         ):
-            answer = self.run_velserve(*arguments)
+            answer = run_to_end(VELSERVE, *arguments)
             self.assertEqual((answer.returncode, answer.stdout), (2, ""), arguments)
             self.assertIn("Try 'velserve --help'.", answer.stderr)
 
     def test_help_and_version(self):
-        answer = self.run_velserve("--help")
+        answer = run_to_end(VELSERVE, "--help")
         self.assertEqual((answer.returncode, answer.stderr), (0, ""))
         self.assertIn("usage: velserve", answer.stdout)
-        self.assertEqual(self.run_velserve("--version").stdout, "velserve 1.0.0\n")
+        self.assertEqual(run_to_end(VELSERVE, "--version").stdout, "velserve 1.0.0\n")
 
     def test_no_directory(self):
         (self.here / "file").touch()
         for name, reason in ("none", "No such file"), ("file", "Not a directory"):
-            answer = self.run_velserve(self.here / name)
+            answer = run_to_end(VELSERVE, self.here / name)
             self.assertEqual(answer.returncode, 1)
             self.assertIn(reason, answer.stderr)
 
     def test_port_in_use(self):
         with socket.create_server(("127.0.0.1", 0)) as other:
-            answer = self.run_velserve("-p", other.getsockname()[1], self.here)
+            answer = run_to_end(VELSERVE, "-p", other.getsockname()[1], self.here)
         self.assertEqual(answer.returncode, 1)
         self.assertIn("velserve: cannot serve on 127.0.0.1", answer.stderr)
 

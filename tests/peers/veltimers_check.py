@@ -13,7 +13,8 @@ import subprocess
 import termios
 import time
 
-from cases import LONG, Case, main, poll, program, random_bytes, reset, wait_until
+from cases import LONG, Case, main, poll, program, random_bytes, reset, run_to_end
+from cases import wait_until
 
 VELTIMERS = program(1)
 STATUS = re.compile(r"(\d+) s: (\d+) open, (\d+) opened, (\d+) datagrams, (\d+) bytes\n")
@@ -436,15 +437,6 @@ class Terminal(Case):
 
 
 class Usage(Case):
-    def run_veltimers(self, *arguments):
-        return subprocess.run(
-            [VELTIMERS, *map(str, arguments)],
-            capture_output=True,
-            text=True,
-            timeout=LONG,
-            check=False,
-        )
-
     def test_bad_usage(self):
         for arguments in (
             ["extra"],
@@ -460,22 +452,22 @@ class Usage(Case):
             ["-i", "1s"],
         ):
             with self.subTest(arguments):
-                answer = self.run_veltimers(*arguments)
+                answer = run_to_end(VELTIMERS, *arguments)
                 self.assertEqual((answer.returncode, answer.stdout), (2, ""))
                 self.assertTrue(answer.stderr)
 
     def test_help_and_version(self):
-        answer = self.run_veltimers("--help")
+        answer = run_to_end(VELTIMERS, "--help")
         self.assertEqual((answer.returncode, answer.stderr), (0, ""))
         self.assertIn("usage: veltimers", answer.stdout)
         for option in "-a", "-p", "-t", "-i":
             self.assertIn(option, answer.stdout)
-        answer = self.run_veltimers("--version")
+        answer = run_to_end(VELTIMERS, "--version")
         self.assertEqual((answer.returncode, answer.stdout), (0, "veltimers 1.0.0\n"))
 
     def test_address_that_is_none(self):
         for address in "localhost", "1.2.3", "":
-            answer = self.run_veltimers("-a", address)
+            answer = run_to_end(VELTIMERS, "-a", address)
             self.assertEqual((answer.returncode, answer.stdout), (1, ""))
             self.assertIn("veltimers: ", answer.stderr)
 
@@ -486,7 +478,7 @@ class Usage(Case):
                 if kind == socket.SOCK_STREAM:
                     other.listen()
                 port = other.getsockname()[1]
-                answer = self.run_veltimers("-p", port)
+                answer = run_to_end(VELTIMERS, "-p", port)
                 self.assertEqual((answer.returncode, answer.stdout), (1, ""))
                 self.assertEqual(
                     answer.stderr,
