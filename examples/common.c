@@ -379,6 +379,16 @@ void common_catch_signals(vel_signal_cb *callback, void *context)
     vel_signal_register_sigterm(callback, context);
 }
 
+void common_format_amount(char *text, size_t size, double bytes)
+{
+    static const char *const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
+    size_t unit = 0;
+
+    for (; bytes >= 1023.5 && unit < 4; unit++)
+        bytes /= 1024;
+    snprintf(text, size, unit == 0 || bytes >= 9.95 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
+}
+
 int common_terminal_width(void)
 {
     struct winsize size;

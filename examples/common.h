@@ -80,6 +80,9 @@ void common_wake(int velsignal, void *context);
 /* Lets the signals that ask for an end go to a callback; NULL to let them end the program again. */
 void common_catch_signals(vel_signal_cb *callback, void *context);
 
+/* Writes a number of bytes in at most 8 characters, such as "9.5 KiB". */
+void common_format_amount(char *text, size_t size, double bytes);
+
 int common_terminal_width(void);
 
 /* Overwrites the last line of the terminal. */

@@ -112,17 +112,6 @@ static int check(struct fetch *fetch, vel_error_t error)
     return error ? fail(fetch, FAILED, "%s", tr(vel_error_string(error))) : 0;
 }
 
-/* Writes a number of bytes in at most 8 characters, such as "9.5 KiB". */
-static void format_amount(char *text, size_t size, double bytes)
-{
-    static const char *const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
-    size_t unit = 0;
-
-    for (; bytes >= 1023.5 && unit < 4; unit++)
-        bytes /= 1024;
-    snprintf(text, size, unit == 0 || bytes >= 9.95 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
-}
-
 static void format_time(char *text, size_t size, int seconds)
 {
     if (seconds < 3600)
@@ -149,10 +138,10 @@ static void measure(struct fetch *fetch, int isdone, struct progress *progress)
     double left = rate >= 1 ? (double)(fetch->total - fetch->current) / rate + 0.5 : -1;
 
     memset(progress, 0, sizeof(*progress));
-    format_amount(progress->amount, sizeof(progress->amount), (double)fetch->current);
-    format_amount(progress->rate, sizeof(progress->rate), rate);
+    common_format_amount(progress->amount, sizeof(progress->amount), (double)fetch->current);
+    common_format_amount(progress->rate, sizeof(progress->rate), rate);
     if (fetch->total > 0) {
-        format_amount(progress->total, sizeof(progress->total), (double)fetch->total);
+        common_format_amount(progress->total, sizeof(progress->total), (double)fetch->total);
         progress->share =
             fetch->current < fetch->total ? (double)fetch->current / (double)fetch->total : 1;
     }

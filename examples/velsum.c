@@ -149,24 +149,14 @@ static long long now_ms(void)
     return (long long)now.tv_sec * 1000 + now.tv_nsec / 1000000;
 }
 
-/* Writes a number of bytes in at most 8 characters, such as "9.5 KiB". */
-static void format_amount(char *text, size_t size, double bytes)
-{
-    static const char *const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
-    size_t unit = 0;
-    for (; bytes >= 1023.5 && unit < 4; unit++)
-        bytes /= 1024;
-    snprintf(text, size, unit == 0 || bytes >= 9.95 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
-}
-
 /* Draws "[====    ]  1.0 MiB of 2.0 MiB", or as much as is known and has room. */
 static void draw_bar(struct sum *sum)
 {
     char amount[16], total[16], facts[64], bar[201] = "", line[300];
     int room = common_terminal_width() - (int)sizeof "[]  8888 KiB of 8888 KiB ";
 
-    format_amount(amount, sizeof amount, sum->bytes);
-    format_amount(total, sizeof total, sum->total);
+    common_format_amount(amount, sizeof amount, sum->bytes);
+    common_format_amount(total, sizeof total, sum->total);
     if (sum->total > 0)
         snprintf(facts, sizeof facts, tr("%8s of %s"), amount, total);
     else
