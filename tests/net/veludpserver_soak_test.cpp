@@ -2,7 +2,6 @@
 
 #include "support/soak.h"
 
-#include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,24 +11,13 @@
 
 #include <vellib/vellib.h>
 
+#include "support/plainclient.h"
+
 namespace {
 
 using support::soak_length;
 using support::soak_look;
 using support::soak_state;
-
-int connect_to(unsigned int port)
-{
-    const int descriptor = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in to = {};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<uint16_t>(port));
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(connect(descriptor, reinterpret_cast<const sockaddr *>(&to), sizeof to), 0);
-    const timeval limit = {60, 0};
-    EXPECT_EQ(setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit), 0);
-    return descriptor;
-}
 
 /* Sends the numbers from first, each by another client, one ahead of the answers for each client,
  * and expects each back where it came from. */
@@ -69,7 +57,7 @@ void serve(veludpserver *server, uint64_t count)
     ASSERT_EQ(vel_udpserver_get_port(server, &port), VEL_ERROR_NONE);
     std::vector<int> clients;
     for (int i = 0; i < 8; i++)
-        clients.push_back(connect_to(port));
+        clients.push_back(support::connect_plain(port, SOCK_DGRAM));
 
     const uint64_t warmup = count / 10 / clients.size() * clients.size();
     exchange(clients, 0, warmup);

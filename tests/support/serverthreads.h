@@ -10,13 +10,11 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
-#include <netinet/in.h>
 #include <pthread.h>
 #include <regex>
 #include <sched.h>
 #include <set>
 #include <string>
-#include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -27,6 +25,7 @@
 
 #include "support/descriptors.h"
 #include "support/logcapture.h"
+#include "support/plainclient.h"
 #include "support/platform_function.h"
 
 namespace support {
@@ -129,21 +128,6 @@ inline size_t thread_count()
         count += entry->d_name[0] != '.';
     closedir(directory);
     return count;
-}
-
-/* A plain socket that is connected to the port, as clients outside of the library have it. What does
- * not come from there within a minute does not come. */
-inline int connect_plain(unsigned int port, int type)
-{
-    const int descriptor = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-    sockaddr_in to = {};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<uint16_t>(port));
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(connect(descriptor, reinterpret_cast<const sockaddr *>(&to), sizeof to), 0);
-    const timeval limit = {60, 0};
-    EXPECT_EQ(setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit), 0);
-    return descriptor;
 }
 
 /* A test of the server with this module. At the end all threads are gone and the descriptors are
