@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <sys/resource.h>
 #include <vector>
 
 /* What the benchmarks share: contenders run interleaved in one process, so that a slow moment of
@@ -46,6 +47,14 @@ class series {
         return *middle;
     }
 
+    std::vector<double> medians() const
+    {
+        std::vector<double> all;
+        for (size_t contender = 0; contender < samples_.size(); contender++)
+            all.push_back(median(contender));
+        return all;
+    }
+
     double lowest(size_t contender) const
     {
         return *std::min_element(samples_[contender].begin(), samples_[contender].end());
@@ -62,6 +71,32 @@ template <typename Run> inline double sample(size_t calls, Run run)
     for (size_t i = 0; i < calls; i++)
         run();
     return nanoseconds(clock::now() - start) / static_cast<double>(calls);
+}
+
+/* The time of one thing, of which each call does so many. */
+template <typename Run> inline double sample(size_t calls, size_t things, Run run)
+{
+    return sample(calls, run) / static_cast<double>(things);
+}
+
+/* So many rounds, in which the contenders take turns; sample_of measures one, by its number. */
+template <typename Sample> inline series take_turns(size_t contenders, int rounds, Sample sample_of)
+{
+    series series(contenders);
+    for (int round = 0; round < rounds; round++)
+        for (size_t i = 0; i < contenders; i++)
+            series.add(i, sample_of(i));
+    return series;
+}
+
+/* The names of contenders of any kind. */
+template <typename Contenders>
+inline std::vector<std::string> names_of(const Contenders &contenders)
+{
+    std::vector<std::string> names;
+    for (const auto &contender : contenders)
+        names.push_back(contender.name);
+    return names;
 }
 
 /* What is printed is tab-separated, for tools/bench.py to lay out: a header begins a table. */
@@ -83,6 +118,45 @@ inline void print_row(const std::string &name, const std::vector<double> &values
     fflush(stdout);
 }
 
+inline void print_row(const std::string &name, const series &series)
+{
+    print_row(name, series.medians());
+}
+
+/* Prints one row: the medians of contenders that take turns. */
+template <typename Sample>
+inline void measure_row(const std::string &name, size_t contenders, int rounds, Sample sample_of)
+{
+    print_row(name, take_turns(contenders, rounds, sample_of));
+}
+
+/* Microseconds of the processor that this process has taken. */
+inline double processor_time()
+{
+    rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    const auto us = [](const timeval &time) { return time.tv_sec * 1e6 + time.tv_usec; };
+    return us(usage.ru_utime) + us(usage.ru_stime);
+}
+
+/* Prints one row of the wall clock and one of the processor time of this process, for one call of
+ * run with the number of a contender, in units of so many microseconds. */
+template <typename Run>
+inline void measure_both_times(const std::string &name, size_t contenders, int rounds, size_t calls,
+                               double unit, Run run)
+{
+    series wall(contenders), cpu(contenders);
+    for (int round = 0; round < rounds; round++) {
+        for (size_t i = 0; i < contenders; i++) {
+            const double before = processor_time();
+            wall.add(i, sample(calls, [&] { run(i); }) / 1000 / unit);
+            cpu.add(i, (processor_time() - before) / static_cast<double>(calls) / unit);
+        }
+    }
+    print_row(name, wall);
+    print_row(name + ", processor time", cpu);
+}
+
 /* Who runs, and what. */
 struct contender {
     const char *name;
@@ -94,19 +168,9 @@ struct contender {
 inline void measure(const char *unit, const char *row, const std::vector<contender> &contenders,
                     int rounds, size_t calls, double things)
 {
-    series series(contenders.size());
-    for (int round = 0; round < rounds; round++)
-        for (size_t i = 0; i < contenders.size(); i++)
-            series.add(i, sample(calls, contenders[i].run) / things);
-
-    std::vector<std::string> names;
-    std::vector<double> medians;
-    for (size_t i = 0; i < contenders.size(); i++) {
-        names.push_back(contenders[i].name);
-        medians.push_back(series.median(i));
-    }
-    print_header(unit, names);
-    print_row(row, medians);
+    print_header(unit, names_of(contenders));
+    measure_row(row, contenders.size(), rounds,
+                [&](size_t i) { return sample(calls, contenders[i].run) / things; });
 }
 
 } // namespace bench

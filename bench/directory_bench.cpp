@@ -98,26 +98,17 @@ const contender kContenders[] = {
 
 void bench_directory(const std::string &name, const directory &given)
 {
-    bench::series series(std::size(kContenders));
-    for (int round = 0; round < 15; round++)
-        for (size_t i = 0; i < std::size(kContenders); i++)
-            series.add(i, bench::sample(1, [&] {
-                           require(kContenders[i].walk(given.path.c_str()) == kEntries);
-                       }));
-    std::vector<double> medians;
-    for (size_t i = 0; i < std::size(kContenders); i++)
-        medians.push_back(series.median(i) / kEntries);
-    bench::print_row(name, medians);
+    bench::measure_row(name, std::size(kContenders), 15, [&](size_t i) {
+        return bench::sample(1, kEntries,
+                             [&] { require(kContenders[i].walk(given.path.c_str()) == kEntries); });
+    });
 }
 
 } // namespace
 
 int main()
 {
-    std::vector<std::string> names;
-    for (const contender &contender : kContenders)
-        names.push_back(contender.name);
-    bench::print_header("ns an entry", names);
+    bench::print_header("ns an entry", bench::names_of(kContenders));
     bench_directory("ASCII names", directory([](size_t i) {
                         return "holiday-picture-" + std::to_string(i) + ".jpeg";
                     }));

@@ -216,27 +216,14 @@ const row kHexDecode = {
      {"GLib", {}}},
 };
 
-/* The time of one call. A sample is long enough for the clock. */
-double sample(const contender &contender, const input &input)
-{
-    const size_t calls = 1 + 200000 / (input.bytes.size() + 100);
-    const auto start = bench::clock::now();
-    for (size_t i = 0; i < calls; i++)
-        contender.run(input);
-    return bench::nanoseconds(bench::clock::now() - start) / static_cast<double>(calls);
-}
-
 void bench_row(const row &row, const char *size, const input &input)
 {
-    bench::series series(row.contenders.size());
-    for (int round = 0; round < 101; round++)
-        for (size_t i = 0; i < row.contenders.size(); i++)
-            series.add(i, row.contenders[i].run ? sample(row.contenders[i], input) : 0);
-
-    std::vector<double> medians;
-    for (size_t i = 0; i < row.contenders.size(); i++)
-        medians.push_back(series.median(i));
-    bench::print_row(std::string(row.name) + ", " + size, medians);
+    const size_t calls = 1 + 200000 / (input.bytes.size() + 100);
+    const std::string name = std::string(row.name) + ", " + size;
+    bench::measure_row(name, row.contenders.size(), 101, [&](size_t i) {
+        const contender &contender = row.contenders[i];
+        return contender.run ? bench::sample(calls, [&] { contender.run(input); }) : 0;
+    });
 }
 
 } // namespace

@@ -73,14 +73,8 @@ void file_glib()
 
 void row(const char *name, const std::vector<void (*)()> &contenders)
 {
-    bench::series series(contenders.size());
-    for (int round = 0; round < 101; round++)
-        for (size_t i = 0; i < contenders.size(); i++)
-            series.add(i, bench::sample(1000, contenders[i]));
-    std::vector<double> medians;
-    for (size_t i = 0; i < contenders.size(); i++)
-        medians.push_back(series.median(i));
-    bench::print_row(name, medians);
+    bench::measure_row(name, contenders.size(), 101,
+                       [&](size_t i) { return bench::sample(1000, contenders[i]); });
 }
 
 } // namespace

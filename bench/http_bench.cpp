@@ -7,7 +7,6 @@
 #include <fstream>
 #include <functional>
 #include <netinet/in.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -113,33 +112,12 @@ const std::vector<contender> kReusedHandle = {{"vellib, reused handle", fetch_ve
                                               {"curl, reused handle", fetch_curl_reused},
                                               {"bare sockets", fetch_bare}};
 
-double cpu_now()
-{
-    rusage usage;
-    getrusage(RUSAGE_SELF, &usage);
-    const auto us = [](const timeval &time) { return time.tv_sec * 1e6 + time.tv_usec; };
-    return us(usage.ru_utime) + us(usage.ru_stime);
-}
-
 /* One row of wall clock and one of the client's processor time, in microseconds a fetch. */
 void bench_fetch(const std::vector<contender> &contenders, const std::string &name,
                  const std::string &url, size_t fetches, int rounds)
 {
-    bench::series wall(contenders.size()), cpu(contenders.size());
-    for (int round = 0; round < rounds; round++) {
-        for (size_t i = 0; i < contenders.size(); i++) {
-            const double before = cpu_now();
-            wall.add(i, bench::sample(fetches, [&] { contenders[i].fetch(url); }) / 1000);
-            cpu.add(i, (cpu_now() - before) / static_cast<double>(fetches));
-        }
-    }
-    std::vector<double> walls, cpus;
-    for (size_t i = 0; i < contenders.size(); i++) {
-        walls.push_back(wall.median(i));
-        cpus.push_back(cpu.median(i));
-    }
-    bench::print_row(name, walls);
-    bench::print_row(name + ", processor time", cpus);
+    bench::measure_both_times(name, contenders.size(), rounds, fetches, 1,
+                              [&](size_t i) { contenders[i].fetch(url); });
 }
 
 /* System calls of count fetches by a process of its own, counted by strace. */
@@ -206,9 +184,7 @@ int main(int argc, char **argv)
     make_file(nginx, "large", 256 << 20);
 
     for (const auto &contenders : {kNewHandle, kReusedHandle}) {
-        std::vector<std::string> names;
-        for (const contender &contender : contenders)
-            names.push_back(contender.name);
+        const std::vector<std::string> names = bench::names_of(contenders);
         bench::print_header("us a fetch", names);
         bench_fetch(contenders, "100 B", nginx.url("/small"), 50, 61);
         bench_fetch(contenders, "1 MiB", nginx.url("/medium"), 10, 41);

@@ -14,7 +14,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -279,33 +278,12 @@ pid_t start_server(unsigned int *portptr)
 
 /* ---- measuring ------------------------------------------------------------------------------- */
 
-double cpu_now()
-{
-    rusage usage;
-    getrusage(RUSAGE_SELF, &usage);
-    const auto us = [](const timeval &time) { return time.tv_sec * 1e6 + time.tv_usec; };
-    return us(usage.ru_utime) + us(usage.ru_stime);
-}
-
 /* One row of wall clock and one of the client's processor time, in units of so many us. */
 void bench_exchange(const std::string &name, const job &job, size_t exchanges, int rounds,
                     double unit)
 {
-    bench::series wall(kContenders.size()), cpu(kContenders.size());
-    for (int round = 0; round < rounds; round++) {
-        for (size_t i = 0; i < kContenders.size(); i++) {
-            const double before = cpu_now();
-            wall.add(i, bench::sample(exchanges, [&] { kContenders[i].exchange(job); }) / 1000);
-            cpu.add(i, (cpu_now() - before) / static_cast<double>(exchanges));
-        }
-    }
-    std::vector<double> walls, cpus;
-    for (size_t i = 0; i < kContenders.size(); i++) {
-        walls.push_back(wall.median(i) / unit);
-        cpus.push_back(cpu.median(i) / unit);
-    }
-    bench::print_row(name, walls);
-    bench::print_row(name + ", processor time", cpus);
+    bench::measure_both_times(name, kContenders.size(), rounds, exchanges, unit,
+                              [&](size_t i) { kContenders[i].exchange(job); });
 }
 
 /* Exchanges count times in a process of its own, below a command that watches it. Returns the peak of
@@ -395,9 +373,7 @@ int main(int argc, char **argv)
         kill(server, SIGKILL);
         return 1;
     }
-    std::vector<std::string> names;
-    for (const contender &contender : kContenders)
-        names.push_back(contender.name);
+    const std::vector<std::string> names = bench::names_of(kContenders);
     const job tiny = {c_icap.port(), "echo", std::string(1000, 'x')};
     const job small = {port, "small", std::string(kLarge, 'x')};
     const job large = {port, "large", std::string(kLarge, 'x')};

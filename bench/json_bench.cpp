@@ -357,14 +357,6 @@ const struct contender {
     {"jansson", read_jansson, free_jansson, write_jansson},
 };
 
-std::vector<std::string> names()
-{
-    std::vector<std::string> all;
-    for (const contender &contender : kContenders)
-        all.push_back(contender.name);
-    return all;
-}
-
 /* ---- Measuring ---- */
 
 const struct document {
@@ -374,24 +366,15 @@ const struct document {
 
 const int kRounds = 15;
 
-void row(const std::string &name, const bench::series &series)
-{
-    std::vector<double> medians;
-    for (size_t i = 0; i < std::size(kContenders); i++)
-        medians.push_back(series.median(i));
-    bench::print_row(name, medians);
-}
-
 /* Nanoseconds for a byte of the text that is read, in writing too. */
 void measure_reading(const document &document)
 {
-    bench::series series(std::size(kContenders));
-    for (int round = 0; round < kRounds; round++)
-        for (size_t i = 0; i < std::size(kContenders); i++)
-            series.add(i, bench::sample(1, [&] {
-                              kContenders[i].release(kContenders[i].read(document.text.c_str()));
-                          }) / document.text.size());
-    row(std::string("read ") + document.name, series);
+    const std::string name = std::string("read ") + document.name;
+    bench::measure_row(name, std::size(kContenders), kRounds, [&](size_t i) {
+        return bench::sample(1, document.text.size(), [&] {
+            kContenders[i].release(kContenders[i].read(document.text.c_str()));
+        });
+    });
 }
 
 void measure_writing(const document &document)
@@ -404,7 +387,7 @@ void measure_writing(const document &document)
                               document.text.size());
         kContenders[i].release(tree);
     }
-    row(std::string("write ") + document.name, series);
+    bench::print_row(std::string("write ") + document.name, series);
 }
 
 size_t count_values(const rapidjson::Value &value)
@@ -481,13 +464,9 @@ void append_jansson()
 void measure_append()
 {
     void (*const appends[])() = {append_vel, append_jsonc, append_jansson};
-    bench::series series(std::size(appends));
-    for (int round = 0; round < 101; round++)
-        for (size_t i = 0; i < std::size(appends); i++)
-            series.add(i, bench::sample(1, appends[i]) / kElements);
     bench::print_header("ns an element", {"vellib", "json-c", "jansson"});
-    bench::print_row("append and fetch by index, 10000 elements",
-                     {series.median(0), series.median(1), series.median(2)});
+    bench::measure_row("append and fetch by index, 10000 elements", std::size(appends), 101,
+                       [&](size_t i) { return bench::sample(1, kElements, appends[i]); });
 }
 
 } // namespace
@@ -495,12 +474,12 @@ void measure_append()
 int main()
 {
     load_libraries();
-    bench::print_header("ns a byte of the text", names());
+    bench::print_header("ns a byte of the text", bench::names_of(kContenders));
     for (const document &document : kDocuments)
         measure_reading(document);
     for (const document &document : kDocuments)
         measure_writing(document);
-    bench::print_header("memory of a read document", names());
+    bench::print_header("memory of a read document", bench::names_of(kContenders));
     for (const document &document : kDocuments)
         measure_memory(document);
     measure_append();

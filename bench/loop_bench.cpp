@@ -199,14 +199,6 @@ std::unique_ptr<timers> make_timers(size_t contender)
     }
 }
 
-void print_medians(const std::string &name, const bench::series &series, size_t contenders)
-{
-    std::vector<double> medians;
-    for (size_t i = 0; i < contenders; i++)
-        medians.push_back(series.median(i));
-    bench::print_row(name, medians);
-}
-
 /* Deadlines are spread over 30 ms in no order. */
 void bench_timers(size_t count, int rounds)
 {
@@ -244,9 +236,9 @@ void bench_timers(size_t count, int rounds)
             check(served == count);
         }
     const std::string suffix = " " + std::to_string(count);
-    print_medians("add" + suffix, add, contenders);
-    print_medians("fire" + suffix, fire, contenders);
-    print_medians("add and cancel" + suffix, both, contenders);
+    bench::print_row("add" + suffix, add);
+    bench::print_row("fire" + suffix, fire);
+    bench::print_row("add and cancel" + suffix, both);
 }
 
 /* ---- descriptors ------------------------------------------------------------------------------- */
@@ -512,7 +504,6 @@ void bench_events(const std::string &name, size_t count, size_t active, bool wai
     const pipes pipes(count);
     const std::vector<maker> all = makers(waiting);
     const size_t calls = 20000 / active;
-    bench::series series(all.size());
     std::vector<std::unique_ptr<readers>> loops;
     for (const maker &make : all) {
         loops.push_back(make(count));
@@ -523,17 +514,15 @@ void bench_events(const std::string &name, size_t count, size_t active, bool wai
         while (served < 1)
             loops.back()->turn();
     }
-    for (int round = 0; round < 21; round++)
-        for (size_t contender = 0; contender < all.size(); contender++)
-            series.add(contender, bench::sample(calls, [&] {
-                                      served = 0;
-                                      for (size_t i = 0; i < active; i++)
-                                          pipes.fill(count / 2 + i < count ? count / 2 + i
-                                                                           : count / 2 + i - count);
-                                      while (served < active)
-                                          loops[contender]->turn();
-                                  }) / static_cast<double>(active));
-    print_medians(name, series, all.size());
+    bench::measure_row(name, all.size(), 21, [&](size_t contender) {
+        return bench::sample(calls, active, [&] {
+            served = 0;
+            for (size_t i = 0; i < active; i++)
+                pipes.fill(count / 2 + i < count ? count / 2 + i : count / 2 + i - count);
+            while (served < active)
+                loops[contender]->turn();
+        });
+    });
 }
 
 void bench_registration(size_t count)
@@ -542,26 +531,24 @@ void bench_registration(size_t count)
     for (int &descriptor : descriptors)
         check((descriptor = eventfd(0, EFD_NONBLOCK | EFD_SEMAPHORE)) >= 0);
     const std::vector<maker> all = makers(true);
-    bench::series series(all.size());
-    for (int round = 0; round < 51; round++)
-        for (size_t contender = 0; contender < all.size(); contender++) {
-            /* libev merges what is changed before a turn, so each contender takes one turn, which
-             * the last descriptor ends. */
-            auto loop = all[contender](count);
-            check(eventfd_write(descriptors[count - 1], 1) == 0);
-            served = 0;
-            series.add(contender, bench::sample(1, [&] {
-                                      for (size_t i = 0; i < count; i++)
-                                          loop->add(i, descriptors[i]);
-                                      while (served < 1)
-                                          loop->turn();
-                                      for (size_t i = 0; i < count; i++)
-                                          loop->remove(i);
-                                  }) / static_cast<double>(count));
-        }
+    const std::string name = "register and unregister " + std::to_string(count);
+    bench::measure_row(name, all.size(), 51, [&](size_t contender) {
+        /* libev merges what is changed before a turn, so each contender takes one turn, which
+         * the last descriptor ends. */
+        auto loop = all[contender](count);
+        check(eventfd_write(descriptors[count - 1], 1) == 0);
+        served = 0;
+        return bench::sample(1, count, [&] {
+            for (size_t i = 0; i < count; i++)
+                loop->add(i, descriptors[i]);
+            while (served < 1)
+                loop->turn();
+            for (size_t i = 0; i < count; i++)
+                loop->remove(i);
+        });
+    });
     for (int descriptor : descriptors)
         close(descriptor);
-    print_medians("register and unregister " + std::to_string(count), series, all.size());
 }
 
 /* ---- the UDP server ---------------------------------------------------------------------------- */
@@ -631,14 +618,11 @@ void bench_udp()
     std::thread echo(plain_echo, plain);
     const int clients[] = {udp_socket(port, true), udp_socket(port_of(plain), true)};
 
-    for (size_t size : {64, 1400}) {
-        bench::series series(2);
-        for (int round = 0; round < 101; round++)
-            for (size_t contender = 0; contender < 2; contender++)
-                series.add(contender,
-                           bench::sample(50, [&] { exchange(clients[contender], size); }) / 16);
-        print_medians("echo " + std::to_string(size) + " bytes", series, 2);
-    }
+    for (size_t size : {64, 1400})
+        bench::measure_row(
+            "echo " + std::to_string(size) + " bytes", 2, 101, [&](size_t contender) {
+                return bench::sample(50, 16, [&] { exchange(clients[contender], size); });
+            });
     check(send(clients[1], "", 0, 0) == 0);
     echo.join();
     vel_udpserver_stop(server);

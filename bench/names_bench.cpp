@@ -119,16 +119,10 @@ const std::vector<contender> kDecode = {
 void bench_percent(const char *name, const std::vector<contender> &contenders,
                    const std::string &text)
 {
-    bench::series series(contenders.size());
-    for (int round = 0; round < 101; round++)
-        for (size_t i = 0; i < contenders.size(); i++)
-            series.add(i, bench::sample(1 + 200000 / (text.size() + 100),
-                                        [&] { contenders[i].run(text.c_str(), text.size()); }));
-
-    std::vector<double> medians;
-    for (size_t i = 0; i < contenders.size(); i++)
-        medians.push_back(series.median(i));
-    bench::print_row(name, medians);
+    const size_t calls = 1 + 200000 / (text.size() + 100);
+    bench::measure_row(name, contenders.size(), 101, [&](size_t i) {
+        return bench::sample(calls, [&] { contenders[i].run(text.c_str(), text.size()); });
+    });
 }
 
 const char *const kHosts[] = {
@@ -181,22 +175,16 @@ template <typename Contenders>
 void bench_hosts(const char *name, const Contenders &contenders,
                  const std::vector<std::string> &hosts)
 {
-    bench::series series(std::size(contenders));
-    for (int round = 0; round < 101; round++)
-        for (size_t i = 0; i < std::size(contenders); i++)
-            series.add(i, bench::sample(100, [&] {
-                              for (const std::string &host : hosts) {
-                                  char *converted = contenders[i].convert(host.c_str());
-                                  if (!converted)
-                                      abort();
-                                  contenders[i].release(converted);
-                              }
-                          }) / static_cast<double>(hosts.size()));
-
-    std::vector<double> medians;
-    for (size_t i = 0; i < std::size(contenders); i++)
-        medians.push_back(series.median(i));
-    bench::print_row(name, medians);
+    bench::measure_row(name, std::size(contenders), 101, [&](size_t i) {
+        return bench::sample(100, hosts.size(), [&] {
+            for (const std::string &host : hosts) {
+                char *converted = contenders[i].convert(host.c_str());
+                if (!converted)
+                    abort();
+                contenders[i].release(converted);
+            }
+        });
+    });
 }
 
 } // namespace

@@ -264,14 +264,7 @@ template <typename Pool> double one_at_a_time()
 
 void bench_row(const char *name, const std::vector<std::function<double()>> &contenders)
 {
-    bench::series series(contenders.size());
-    for (int round = 0; round < 21; round++)
-        for (size_t i = 0; i < contenders.size(); i++)
-            series.add(i, contenders[i]());
-    std::vector<double> medians;
-    for (size_t i = 0; i < contenders.size(); i++)
-        medians.push_back(series.median(i));
-    bench::print_row(name, medians);
+    bench::measure_row(name, contenders.size(), 21, [&](size_t i) { return contenders[i](); });
 }
 
 void bench_pairs(const char *name, size_t pairs)

@@ -108,18 +108,13 @@ row sha256_row()
 void bench_row(const row &row, const char *size, message &message)
 {
     const size_t calls = 1 + 200000 / (message.bytes.size() + 100);
-    bench::series series(row.contenders.size());
-    for (int round = 0; round < 101; round++)
-        for (size_t i = 0; i < row.contenders.size(); i++)
-            series.add(i, bench::sample(calls, [&] {
-                           row.contenders[i](message);
-                           bench::keep(message.digest);
-                       }));
-
-    std::vector<double> medians;
-    for (size_t i = 0; i < row.contenders.size(); i++)
-        medians.push_back(series.median(i));
-    bench::print_row(std::string(row.name) + ", " + size, medians);
+    const std::string name = std::string(row.name) + ", " + size;
+    bench::measure_row(name, row.contenders.size(), 101, [&](size_t i) {
+        return bench::sample(calls, [&] {
+            row.contenders[i](message);
+            bench::keep(message.digest);
+        });
+    });
 }
 
 } // namespace

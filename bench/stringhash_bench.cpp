@@ -197,14 +197,6 @@ template <typename Table> void run(size_t contender, const workload &load, resul
         abort();
 }
 
-void print(const std::string &name, const bench::series &series)
-{
-    std::vector<double> medians;
-    for (size_t i = 0; i < kContenders.size(); i++)
-        medians.push_back(series.median(i));
-    bench::print_row(name, medians);
-}
-
 void bench_operations(size_t count, int rounds)
 {
     const workload load(count);
@@ -217,10 +209,10 @@ void bench_operations(size_t count, int rounds)
         run<std_table>(3, load, results);
     }
     const std::string size = " " + std::to_string(count);
-    print("add" + size, results.add);
-    print("hit" + size, results.hit);
-    print("miss" + size, results.miss);
-    print("remove" + size, results.remove);
+    bench::print_row("add" + size, results.add);
+    bench::print_row("hit" + size, results.hit);
+    bench::print_row("miss" + size, results.miss);
+    bench::print_row("remove" + size, results.remove);
 }
 
 /* Time of the processor, so that other programs on a busy machine do not count. */

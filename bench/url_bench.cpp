@@ -81,35 +81,28 @@ const struct {
     {"curl", parse_curl},  {"vellib again", parse_vel_again},
 };
 
-double sample(void (*parse)(const char *url))
+double sample(size_t contender)
 {
-    const int passes = 200;
-    const auto start = bench::clock::now();
-    for (int pass = 0; pass < passes; pass++)
+    return bench::sample(200, kUrls.size(), [contender] {
         for (const char *url : kUrls)
-            parse(url);
-    return bench::nanoseconds(bench::clock::now() - start) / (passes * kUrls.size());
+            kContenders[contender].parse(url);
+    });
 }
 
 } // namespace
 
 int main()
 {
-    bench::series series(std::size(kContenders));
-    for (int round = 0; round < 201; round++)
-        for (size_t i = 0; i < std::size(kContenders); i++)
-            series.add(i, sample(kContenders[i].parse));
+    std::vector<double> medians = bench::take_turns(std::size(kContenders), 201, sample).medians();
+    std::vector<std::string> names = bench::names_of(kContenders);
 
     /* The last contender is the first one's other use: a row of its own beside the same peers. */
-    std::vector<std::string> names;
-    std::vector<double> medians;
-    for (size_t i = 0; i + 1 < std::size(kContenders); i++) {
-        names.push_back(kContenders[i].name);
-        medians.push_back(series.median(i));
-    }
+    const double again = medians.back();
+    medians.pop_back();
+    names.pop_back();
     bench::print_header("ns a URL", names);
     bench::print_row("mean of 10, a parser for each", medians);
-    medians[0] = series.median(std::size(kContenders) - 1);
+    medians[0] = again;
     bench::print_row("mean of 10, one parser for all", medians);
     return 0;
 }

@@ -181,15 +181,9 @@ const row kFromWide = {
 void bench_row(const row &row, const std::string &name, const input &input)
 {
     const size_t calls = 1 + 200000 / (input.utf8.size() + 100);
-    bench::series series(row.contenders.size());
-    for (int round = 0; round < 101; round++)
-        for (size_t i = 0; i < row.contenders.size(); i++)
-            series.add(i, bench::sample(calls, [&] { row.contenders[i].run(input); }));
-
-    std::vector<double> medians;
-    for (size_t i = 0; i < row.contenders.size(); i++)
-        medians.push_back(series.median(i));
-    bench::print_row(std::string(row.name) + ", " + name, medians);
+    bench::measure_row(
+        std::string(row.name) + ", " + name, row.contenders.size(), 101,
+        [&](size_t i) { return bench::sample(calls, [&] { row.contenders[i].run(input); }); });
 }
 
 } // namespace

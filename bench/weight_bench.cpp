@@ -211,22 +211,19 @@ void show_sizes(const std::string &directory)
 /* The least, since a new process is at the mercy of whatever else the machine does. */
 void show_times(const std::string &directory)
 {
-    bench::series starts(std::size(kContenders)), loads(kLibraries);
-    for (int round = 0; round < kRounds; round++)
-        for (size_t i = 0; i < std::size(kContenders); i++)
-            starts.add(i, bench::sample(1, [&] { run(directory + kContenders[i].program); }));
-    for (int round = 0; round < kRounds; round++)
-        for (size_t i = 0; i < kLibraries; i++)
-            loads.add(i, std::stod(load(directory, kContenders[i]).back()));
+    const bench::series starts = bench::take_turns(std::size(kContenders), kRounds, [&](size_t i) {
+        return bench::sample(1, [&] { run(directory + kContenders[i].program); });
+    });
+    const bench::series loads = bench::take_turns(kLibraries, kRounds, [&](size_t i) {
+        return std::stod(load(directory, kContenders[i]).back());
+    });
 
-    std::vector<std::string> names;
     std::vector<double> start, loading;
     for (size_t i = 0; i < std::size(kContenders); i++) {
-        names.push_back(kContenders[i].name);
         start.push_back(starts.lowest(i) / 1000);
         loading.push_back(i < kLibraries ? loads.lowest(i) / 1000 : 0);
     }
-    bench::print_header("us, the least of many", names);
+    bench::print_header("us, the least of many", bench::names_of(kContenders));
     bench::print_row("a program that does nothing, from start to end", start);
     bench::print_row("dlopen and dlclose", loading);
 }

@@ -96,25 +96,16 @@ const contender kContenders[] = {
 void bench_document(const std::string &name, const std::string &text)
 {
     const size_t calls = 1 + 100000 / text.size();
-    bench::series series(std::size(kContenders));
-    for (int round = 0; round < 101; round++)
-        for (size_t i = 0; i < std::size(kContenders); i++)
-            series.add(i, bench::sample(calls, [&] { kContenders[i].run(text); }));
-
-    std::vector<double> medians;
-    for (size_t i = 0; i < std::size(kContenders); i++)
-        medians.push_back(series.median(i) / 1000);
-    bench::print_row(name, medians);
+    bench::measure_row(name, std::size(kContenders), 101, [&](size_t i) {
+        return bench::sample(calls, [&] { kContenders[i].run(text); }) / 1000;
+    });
 }
 
 } // namespace
 
 int main()
 {
-    std::vector<std::string> names;
-    for (const contender &contender : kContenders)
-        names.push_back(contender.name);
-    bench::print_header("us a document", names);
+    bench::print_header("us a document", bench::names_of(kContenders));
     bench_document("2 KB", make_document(2000));
     bench_document("700 KB", make_document(700000));
     return 0;
