@@ -60,19 +60,40 @@ TEST(VelhashMemory, CreateFromLogsWhatWasMissing)
     vel_hash_destroy(table);
 }
 
+/* A resize starts, fails for lack of either part of the new array, and starts again. */
+static void expect_second_start(const std::vector<std::vector<log_line>> &failures,
+                                const std::string &verb, size_t from, size_t to)
+{
+    const std::string slots = std::to_string(to) + " slots";
+    const log_line start{kModule, 13, "start " + verb + "ing hashtable to " + slots};
+    const log_line kept{kModule, 7,
+                        "not enough memory to " + verb + " the hashtable from " +
+                            std::to_string(from) + " to " + slots};
+    EXPECT_THAT(failures,
+                ElementsAre(ElementsAre(start, log_line{kModule, 7, kNoStructure}, kept, start),
+                            ElementsAre(start, no_slots(16 * to), kept, start)));
+}
+
+/* A table of the keys from 0 on, of which those from left on are removed again. It meets no failure,
+ * and nothing of it is left in the log. */
+static velhash *table_with(hash_observer *seen, log_capture *log, int added, int left)
+{
+    malloc_pause pause;
+    velhash *table = hash_create(seen);
+    for (int key = 0; key < added; key++)
+        hash_add(table, key);
+    for (int key = added - 1; key >= left; key--)
+        EXPECT_TRUE(hash_remove(table, key));
+    log->clear();
+    return table;
+}
+
 TEST(VelhashMemory, AGrowthThatCannotStartIsTriedAgainByTheNextAdd)
 {
     log_capture log;
     const auto failures = allocfail_each(log, [&log] {
         hash_observer seen;
-        velhash *table = nullptr;
-        {
-            malloc_pause pause;
-            table = hash_create(&seen);
-            for (int key = 0; key < 4; key++)
-                hash_add(table, key);
-            log.clear();
-        }
+        velhash *table = table_with(&seen, &log, 4, 4);
         hash_add(table, 4);
         const bool grows = hash_state_of(table).biggerslots == 21;
         if (!grows) {
@@ -84,11 +105,7 @@ TEST(VelhashMemory, AGrowthThatCannotStartIsTriedAgainByTheNextAdd)
         vel_hash_destroy(table);
         return grows;
     });
-    const log_line start{kModule, 13, "start growing hashtable to 21 slots"};
-    const log_line kept{kModule, 7, "not enough memory to grow the hashtable from 5 to 21 slots"};
-    EXPECT_THAT(failures,
-                ElementsAre(ElementsAre(start, log_line{kModule, 7, kNoStructure}, kept, start),
-                            ElementsAre(start, no_slots(336), kept, start)));
+    expect_second_start(failures, "grow", 5, 21);
 }
 
 TEST(VelhashMemory, AShrinkThatCannotStartIsTriedAgainByTheNextRemove)
@@ -96,16 +113,7 @@ TEST(VelhashMemory, AShrinkThatCannotStartIsTriedAgainByTheNextRemove)
     log_capture log;
     const auto failures = allocfail_each(log, [&log] {
         hash_observer seen;
-        velhash *table = nullptr;
-        {
-            malloc_pause pause;
-            table = hash_create(&seen);
-            for (int key = 0; key < 10; key++)
-                hash_add(table, key);
-            for (int key = 9; key > 2; key--)
-                EXPECT_TRUE(hash_remove(table, key));
-            log.clear();
-        }
+        velhash *table = table_with(&seen, &log, 10, 3);
         EXPECT_TRUE(hash_remove(table, 2));
         const bool shrinks = hash_state_of(table).smallerslots == 5;
         if (!shrinks) {
@@ -116,11 +124,7 @@ TEST(VelhashMemory, AShrinkThatCannotStartIsTriedAgainByTheNextRemove)
         vel_hash_destroy(table);
         return shrinks;
     });
-    const log_line start{kModule, 13, "start shrinking hashtable to 5 slots"};
-    const log_line kept{kModule, 7, "not enough memory to shrink the hashtable from 21 to 5 slots"};
-    EXPECT_THAT(failures,
-                ElementsAre(ElementsAre(start, log_line{kModule, 7, kNoStructure}, kept, start),
-                            ElementsAre(start, no_slots(80), kept, start)));
+    expect_second_start(failures, "shrink", 21, 5);
 }
 
 TEST(VelhashMemory, AClearThatCannotShrinkKeepsTheSize)
@@ -128,14 +132,7 @@ TEST(VelhashMemory, AClearThatCannotShrinkKeepsTheSize)
     log_capture log;
     const auto failures = allocfail_each(log, [&log] {
         hash_observer seen;
-        velhash *table = nullptr;
-        {
-            malloc_pause pause;
-            table = hash_create(&seen);
-            for (int key = 0; key < 12; key++)
-                hash_add(table, key);
-            log.clear();
-        }
+        velhash *table = table_with(&seen, &log, 12, 12);
         vel_hash_clear(table);
         const bool minimal = hash_state_of(table).mainslots == 5;
         EXPECT_EQ(hash_state_of(table), (hash_state{0, minimal ? 5u : 21u, 0, 0, 0, 0}));
