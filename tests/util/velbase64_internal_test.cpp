@@ -8,14 +8,13 @@
 
 #include <vellib/velmalloc.h>
 
+#include "support/decoded.h"
 #include "support/logcapture.h"
 #include "support/textkernels.h"
 #include "util/velbase64_internal.h"
 
-/* What a decoder gives: the code, the bytes and the lines of log. */
-struct decoded {
-    vel_error_t result;
-    std::string bytes;
+/* With the lines of log. */
+struct decoded : support::decoded {
     std::vector<support::log_line> lines;
 
     bool operator==(const decoded &) const = default;
@@ -28,18 +27,9 @@ static decoded decode(const vel_textkernels *kernels, const std::string &text)
     char dirt = 0;
     void *block = &dirt;
     size_t len = 77;
-    decoded given;
-    given.result = vel_base64_decode_with(kernels, &block, &len, source.data(), text.size());
-    given.lines = log.take();
-    if (block) {
-        given.bytes.assign(static_cast<char *>(block), len);
-        EXPECT_EQ(static_cast<char *>(block)[len], '\0');
-    } else {
-        EXPECT_EQ(len, 0u);
-    }
-    EXPECT_EQ(block != nullptr, given.result == VEL_ERROR_NONE);
-    vel_free(block);
-    return given;
+    const vel_error_t result =
+        vel_base64_decode_with(kernels, &block, &len, source.data(), text.size());
+    return {support::take_decoded(result, block, len), log.take()};
 }
 
 static std::string encode(const vel_textkernels *kernels, const std::string &bytes)
@@ -71,12 +61,12 @@ static decoded failed(vel_error_t result, const char *format, unsigned byte)
 {
     char text[80];
     snprintf(text, sizeof(text), format, byte);
-    return {result, {}, {{"util/velbase64", 6, text}}};
+    return {{result, {}}, {{"util/velbase64", 6, text}}};
 }
 
 static decoded reference_decode(const std::string &text)
 {
-    decoded expected = {VEL_ERROR_NONE, {}, {}};
+    decoded expected = {{VEL_ERROR_NONE, {}}, {}};
     unsigned bits = 0, padding = 0;
     size_t digits = 0;
     for (char c : text) {
@@ -98,10 +88,10 @@ static decoded reference_decode(const std::string &text)
                           "invalid input character 0x%02x for base64 decoder", byte);
         bits = bits << 6 | static_cast<unsigned>(value);
         if (digits++ % 4 > 0)
-            expected.bytes += static_cast<char>(bits >> (6 - (digits - 1) % 4 * 2));
+            expected.data += static_cast<char>(bits >> (6 - (digits - 1) % 4 * 2));
     }
     if (digits % 4 == 1)
-        expected.bytes += static_cast<char>(bits << 2);
+        expected.data += static_cast<char>(bits << 2);
     return expected;
 }
 
@@ -124,7 +114,8 @@ TEST_P(Velbase64Kernels, DecodesEveryLength)
     std::mt19937 random(2);
     for (size_t len = 0; len <= 300; len++) {
         std::string bytes = support::random_bytes(random, len);
-        EXPECT_EQ(decode(GetParam(), reference_encode(bytes)), (decoded{VEL_ERROR_NONE, bytes, {}}))
+        EXPECT_EQ(decode(GetParam(), reference_encode(bytes)),
+                  (decoded{{VEL_ERROR_NONE, bytes}, {}}))
             << len;
     }
 }
@@ -195,7 +186,7 @@ TEST_P(Velbase64Kernels, SkipsWhiteSpaceAtEveryPlace)
         for (const char *space : {"\n", "\r\n", " \t\v\f  "}) {
             std::string text = digits;
             text.insert(pos, space);
-            EXPECT_EQ(decode(GetParam(), text), (decoded{VEL_ERROR_NONE, bytes, {}})) << pos;
+            EXPECT_EQ(decode(GetParam(), text), (decoded{{VEL_ERROR_NONE, bytes}, {}})) << pos;
         }
     }
 }
@@ -209,7 +200,7 @@ TEST_P(Velbase64Kernels, DecodesLinesOfEveryLength)
         std::string text;
         for (size_t pos = 0; pos < digits.size(); pos += width)
             text += digits.substr(pos, width) + "\n";
-        EXPECT_EQ(decode(GetParam(), text), (decoded{VEL_ERROR_NONE, bytes, {}})) << width;
+        EXPECT_EQ(decode(GetParam(), text), (decoded{{VEL_ERROR_NONE, bytes}, {}})) << width;
     }
 }
 

@@ -1,6 +1,5 @@
 #include <cstdint>
 #include <memory>
-#include <ostream>
 #include <random>
 #include <string>
 #include <vector>
@@ -12,6 +11,7 @@
 
 #include "support/allocfail.h"
 #include "support/assertion.h"
+#include "support/decoded.h"
 #include "support/logcapture.h"
 #include "support/oom.h"
 #include "support/rows.h"
@@ -40,18 +40,6 @@ static std::string encode(const std::string &data)
     return result;
 }
 
-struct decoded {
-    vel_error_t result;
-    std::string data;
-
-    bool operator==(const decoded &) const = default;
-};
-
-static std::ostream &operator<<(std::ostream &out, const decoded &what)
-{
-    return out << what.result << " " << testing::PrintToString(what.data);
-}
-
 static decoded decode(const std::string &source)
 {
     char dirt = 0;
@@ -59,16 +47,7 @@ static decoded decode(const std::string &source)
     size_t length = 77;
     const vel_error_t result =
         vel_base64_decode(&dest, &length, exact_copy(source).get(), source.size());
-    if (result != VEL_ERROR_NONE) {
-        EXPECT_EQ(dest, nullptr);
-        EXPECT_EQ(length, 0u);
-        return {result, ""};
-    }
-    EXPECT_NE(dest, nullptr);
-    const std::string data(static_cast<char *>(dest), length);
-    EXPECT_EQ(static_cast<char *>(dest)[length], 0); /* not counted */
-    vel_free(dest);
-    return {result, data};
+    return take_decoded(result, dest, length);
 }
 
 /* The rules by the bit: the data is a row of six-bit values, cut into bytes from the left. */

@@ -8,9 +8,12 @@
 
 #include <vellib/velmalloc.h>
 
+#include "support/decoded.h"
 #include "support/textkernels.h"
 #include "util/velbin2hex_internal.h"
 #include "util/velhex2bin_internal.h"
+
+using support::decoded;
 
 static std::string encode(const vel_textkernels *kernels, const std::string &bytes)
 {
@@ -33,29 +36,14 @@ static std::string reference_encode(const std::string &bytes)
     return text;
 }
 
-struct decoded {
-    vel_error_t result;
-    std::string bytes;
-
-    bool operator==(const decoded &) const = default;
-};
-
 static decoded decode(const vel_textkernels *kernels, const std::string &text)
 {
     support::exact_block source(text + std::string(1, '\0'));
     char dirt = 0;
     void *block = &dirt;
     size_t len = 77;
-    decoded given = {vel_hex2bin_with(kernels, source.data(), &block, &len), {}};
-    if (block) {
-        given.bytes.assign(static_cast<char *>(block), len);
-        EXPECT_EQ(static_cast<char *>(block)[len], '\0');
-    } else {
-        EXPECT_EQ(len, 0u);
-    }
-    EXPECT_EQ(block != nullptr, given.result == VEL_ERROR_NONE);
-    vel_free(block);
-    return given;
+    const vel_error_t result = vel_hex2bin_with(kernels, source.data(), &block, &len);
+    return support::take_decoded(result, block, len);
 }
 
 using VelhexKernels = support::textkernels_test;
@@ -104,7 +92,7 @@ TEST_P(VelhexKernels, TakesDigitsAndNothingElse)
             if (isxdigit(byte)) {
                 expected = {VEL_ERROR_NONE, std::string(50, '\x55')};
                 auto value = static_cast<char>(std::stoi(text.substr(pos / 2 * 2, 2), nullptr, 16));
-                expected.bytes[pos / 2] = value;
+                expected.data[pos / 2] = value;
             }
             ASSERT_EQ(decode(GetParam(), text), expected) << pos << " " << byte;
         }

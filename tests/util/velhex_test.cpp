@@ -1,6 +1,5 @@
 #include <cstdint>
 #include <memory>
-#include <ostream>
 #include <random>
 #include <string>
 
@@ -11,6 +10,7 @@
 
 #include "support/allocfail.h"
 #include "support/assertion.h"
+#include "support/decoded.h"
 #include "support/logcapture.h"
 #include "support/oom.h"
 #include "support/rows.h"
@@ -33,18 +33,6 @@ static std::string to_hex(const std::string &data)
     return result;
 }
 
-struct decoded {
-    vel_error_t result;
-    std::string data;
-
-    bool operator==(const decoded &) const = default;
-};
-
-static std::ostream &operator<<(std::ostream &out, const decoded &what)
-{
-    return out << what.result << " " << testing::PrintToString(what.data);
-}
-
 static decoded from_hex(const std::string &text)
 {
     auto copy = std::make_unique<char[]>(text.size() + 1);
@@ -53,16 +41,7 @@ static decoded from_hex(const std::string &text)
     void *dest = &dirt;
     size_t length = 77;
     const vel_error_t result = vel_hex2bin(copy.get(), &dest, &length);
-    if (result != VEL_ERROR_NONE) {
-        EXPECT_EQ(dest, nullptr);
-        EXPECT_EQ(length, 0u);
-        return {result, ""};
-    }
-    EXPECT_NE(dest, nullptr);
-    const std::string data(static_cast<char *>(dest), length);
-    EXPECT_EQ(static_cast<char *>(dest)[length], 0); /* not counted */
-    vel_free(dest);
-    return {result, data};
+    return take_decoded(result, dest, length);
 }
 
 static std::string oracle_to_hex(const std::string &data)
