@@ -1,6 +1,7 @@
 #include <vellib/velmkdir.h>
 
 #include <errno.h>
+#include <limits.h>
 #include <string.h>
 
 #include <sys/stat.h>
@@ -25,10 +26,11 @@ static int vel_mkdir_is_directory(const char *pathname)
     return S_ISDIR(record.st_mode);
 }
 
-/* The length of the path above pathname, or 0 if it has none: no separator, or only the root. */
-static size_t vel_mkdir_parent_length(const char *pathname)
+/* The length of the path above the first bytes of pathname, or 0 if there is none: no separator, or
+ * only the root. */
+static size_t vel_mkdir_parent_length(const char *pathname, size_t length)
 {
-    const char *separator = strrchr(pathname, '/');
+    const auto *separator = static_cast<const char *>(memrchr(pathname, '/', length));
     return separator ? static_cast<size_t>(separator - pathname) : 0;
 }
 
@@ -44,31 +46,6 @@ static vel_error_t vel_mkdir_translated(const char *module, const char *pathname
     return velerror;
 }
 
-/* Makes the directory that parent names and those above it. It is cut at one separator after the
- * other until something is there, and mended from there on; a path of any depth so costs one block
- * and no stack. Where it begins with something that is no directory, the next mkdir finds out. */
-static vel_error_t vel_mkdir_parents(const char *module, char *parent)
-{
-    const size_t length = strlen(parent);
-    size_t end = length;
-    bool missing;
-    while ((missing = vel_mkdir_is_directory(parent) == -1)) {
-        const size_t cut = vel_mkdir_parent_length(parent);
-        if (cut == 0)
-            break;
-        parent[cut] = '\0';
-        end = cut;
-    }
-
-    vel_error_t velerror = missing ? vel_mkdir_translated(module, parent) : VEL_ERROR_NONE;
-    while (velerror == VEL_ERROR_NONE && end < length) {
-        parent[end] = '/';
-        end += strlen(parent + end);
-        velerror = vel_mkdir_translated(module, parent);
-    }
-    return velerror;
-}
-
 vel_error_t vel_mkdir_recursive_internal(const char *module, const char *pathname)
 {
     const int res = vel_mkdir_is_directory(pathname);
@@ -78,16 +55,23 @@ vel_error_t vel_mkdir_recursive_internal(const char *module, const char *pathnam
         return VEL_ERROR_EXISTS;
     VEL_ASSERT(res == -1);
 
-    const size_t parentlength = vel_mkdir_parent_length(pathname);
+    /* What is longer than any path is not there, nor can it be made: that a path has a million parts
+     * costs neither stack nor time. */
+    size_t parentlength = strlen(pathname);
+    do {
+        parentlength = vel_mkdir_parent_length(pathname, parentlength);
+    } while (parentlength >= PATH_MAX);
+
     if (parentlength > 0) {
         char *parent = vel_strndup(pathname, parentlength);
         if (!parent) {
             VEL_LOG_IN(module, 7, "not enough memory for parent directory path name");
             return VEL_ERROR_NO_MEMORY;
         }
-        const vel_error_t velerror = vel_mkdir_parents(module, parent);
+        const vel_error_t velerror = vel_mkdir_recursive_internal(module, parent);
         vel_free(parent);
-        if (velerror != VEL_ERROR_NONE)
+        /* Where something else is there, making what is below fails by itself. */
+        if (velerror != VEL_ERROR_NONE && velerror != VEL_ERROR_EXISTS)
             return velerror;
     }
     return vel_mkdir_translated(module, pathname);
@@ -95,7 +79,7 @@ vel_error_t vel_mkdir_recursive_internal(const char *module, const char *pathnam
 
 int vel_mkdir_file_path_internal(const char *module, const char *filename)
 {
-    const size_t length = vel_mkdir_parent_length(filename);
+    const size_t length = vel_mkdir_parent_length(filename, strlen(filename));
     if (length == 0)
         return 0;
 
