@@ -47,24 +47,7 @@ class table_under_test {
     void step()
     {
         seen.clear();
-        const auto [what, key] = walk.next();
-        switch (what) {
-        case hash_walk::kAdd:
-        case hash_walk::kReplace:
-            add(key);
-            break;
-        case hash_walk::kRemove:
-            find(key);
-            remove(key);
-            break;
-        case hash_walk::kHit:
-        case hash_walk::kMiss:
-            find(key);
-            break;
-        case hash_walk::kClear:
-            clear();
-            break;
-        }
+        walk.take_step(*this);
         compare_shape();
     }
 
@@ -77,6 +60,8 @@ class table_under_test {
     std::set<size_t> shrinks;
 
   private:
+    friend hash_walk;
+
     void add(int key)
     {
         const auto old = items.find(key);
@@ -106,6 +91,7 @@ class table_under_test {
 
     void remove(int key)
     {
+        find(key);
         hash_item *item = items.at(key);
         vel_hash_remove(table, item);
         const hash_model::outcome outcome = model.remove(key);

@@ -193,6 +193,8 @@ TEST_F(Velstringhash, EnumerationOfAnEmptyTableWritesItsOutputs)
 /* The order of enumeration shows the slots, the resizes and what has moved. */
 class VelstringhashModel : public testing::Test {
   protected:
+    friend hash_walk;
+
     static constexpr int kKeys = 30000;
 
     VelstringhashModel()
@@ -219,23 +221,7 @@ class VelstringhashModel : public testing::Test {
     void step()
     {
         destroyed.clear();
-        const auto [what, key] = walk.next();
-        switch (what) {
-        case hash_walk::kAdd:
-        case hash_walk::kReplace:
-            add(key);
-            break;
-        case hash_walk::kRemove:
-            remove(key);
-            break;
-        case hash_walk::kHit:
-        case hash_walk::kMiss:
-            find(key);
-            break;
-        case hash_walk::kClear:
-            clear();
-            break;
-        }
+        walk.take_step(*this);
         const hash_state state = model.state();
         if (state.mainslots + state.biggerslots < 120)
             compare_enumeration();

@@ -36,15 +36,6 @@ template <typename Family> class Velmkdir : public support::path_test<Family> {
     {
         return support::path_test<Family>::line("mkdir", level, text);
     }
-
-    /* The paths below the working directory. */
-    static std::set<std::string> paths_here()
-    {
-        std::set<std::string> found;
-        for (const auto &entry : fs::recursive_directory_iterator("."))
-            found.insert(entry.path().string().substr(2));
-        return found;
-    }
 };
 
 TYPED_TEST_SUITE(Velmkdir, support::path_families, support::path_family_name);

@@ -42,6 +42,28 @@ class hash_walk {
         return growing ? std::pair{kRemove, present()} : std::pair{kAdd, absent()};
     }
 
+    /* Has a table take the next step: add, remove or find a key, or clear. */
+    template <typename Table> void take_step(Table &table)
+    {
+        const auto [what, key] = next();
+        switch (what) {
+        case kAdd:
+        case kReplace:
+            table.add(key);
+            break;
+        case kRemove:
+            table.remove(key);
+            break;
+        case kHit:
+        case kMiss:
+            table.find(key);
+            break;
+        case kClear:
+            table.clear();
+            break;
+        }
+    }
+
     void added(int key)
     {
         positions_[key] = static_cast<int>(present_.size());

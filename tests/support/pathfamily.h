@@ -4,6 +4,8 @@
 /* The two families of functions about files and directories, for tests that hold for both; and what
  * such tests share. */
 
+#include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -137,6 +139,15 @@ template <typename Family> class path_test : public testing::Test {
     static log_line line(const char *module, int level, const std::string &text)
     {
         return {"io/" + family_name<Family>(module), level, text};
+    }
+
+    /* The paths below the working directory. */
+    static std::set<std::string> paths_here()
+    {
+        std::set<std::string> found;
+        for (const auto &entry : std::filesystem::recursive_directory_iterator("."))
+            found.insert(entry.path().string().substr(2));
+        return found;
     }
 
     temporary_directory temporary;

@@ -54,15 +54,6 @@ template <typename Family> class remove_test : public path_test<Family> {
         EXPECT_EQ(found, expected);
         return rest;
     }
-
-    /* The paths below the working directory. */
-    static std::set<std::string> paths_here()
-    {
-        std::set<std::string> found;
-        for (const auto &entry : std::filesystem::recursive_directory_iterator("."))
-            found.insert(entry.path().string().substr(2));
-        return found;
-    }
 };
 
 } // namespace support
