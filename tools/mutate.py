@@ -142,9 +142,13 @@ class Source:
 
     def is_array_size(self, index):
         """As in: char text[32]."""
-        before = self.tokens[index - 3] if index > 2 else None
-        return (self.text(index - 1) == "[" and self.text(index + 1) == "]" and before and
-                (before.kind == "word" and before.text not in ("return", "else") or before.text in ("]", ">")))
+        if self.text(index - 1) != "[" or self.text(index + 1) != "]":
+            return False
+        name = index - 2
+        while self.text(name) == "]":
+            name = self.partners[name] - 1
+        kind, text, *_ = self.tokens[name - 1]
+        return kind == "word" and text not in ("return", "else") or text == ">"
 
     def negated(self, first, last):
         """The expression from first to last the other way round, unless a single == does that already."""
@@ -225,11 +229,16 @@ class Source:
         return self.code[:mutant.begin] + mutant.text + self.code[mutant.end:]
 
     def shown(self, mutant):
-        """The lines of a mutant before and after, each as one line."""
-        first = self.code.rfind("\n", 0, mutant.begin) + 1
-        last = self.code.find("\n", mutant.end)
-        after = self.code[first:mutant.begin] + mutant.text + self.code[mutant.end:last]
-        return " ".join(self.code[first:last].split()), " ".join(after.split())
+        """The lines of a mutant before and after, each as one line; with those in front until they are unique."""
+        lines = [" ".join(line.split()) for line in self.code.splitlines()]
+        first, last = (self.code.count("\n", 0, place) for place in (mutant.begin, mutant.end))
+        while first > 0 and sum(lines[i:i + last + 1 - first] == lines[first:last + 1] for i in range(len(lines))) > 1:
+            first -= 1
+        begins = [0] + [place + 1 for place, sign in enumerate(self.code) if sign == "\n"]
+        before = self.code[begins[first]:begins[last + 1]]
+        place = mutant.begin - begins[first]
+        after = before[:place] + mutant.text + before[place + mutant.end - mutant.begin:]
+        return " ".join(before.split()), " ".join(after.split())
 
 
 # ---- building and running ------------------------------------------------------------------------
