@@ -368,10 +368,14 @@ TEST_F(VelicapDeathTest, Arguments)
                  asserts("data != NULL", "vel_icap_set_response_body"));
     EXPECT_DEATH((void)vel_icap_set_response_body(icap, "x", 0),
                  asserts("size > 0", "vel_icap_set_response_body"));
-    EXPECT_DEATH((void)vel_icap_part_is_chunk_encoded(icap, 2, nullptr), asserts("value != NULL"));
+    EXPECT_DEATH((void)vel_icap_part_is_chunk_encoded(icap, 2, nullptr),
+                 asserts("value != NULL", "vel_icap_part_is_chunk_encoded"));
     int value;
     EXPECT_DEATH((void)vel_icap_http_part_has_chunked_transfer(nullptr, &value),
                  asserts("part != NULL", "vel_icap_http_part_has_chunked_transfer"));
+    velicappart *const nopart = static_cast<velicappart *>(static_cast<void *>(&value));
+    EXPECT_DEATH((void)vel_icap_http_part_has_chunked_transfer(nopart, nullptr),
+                 asserts("value != NULL", "vel_icap_http_part_has_chunked_transfer"));
     EXPECT_DEATH((void)vel_icap_get_response_icap_headers(icap, nullptr), "!= NULL");
     EXPECT_DEATH((void)vel_icap_get_response_headers(icap, nullptr), "!= NULL");
     EXPECT_DEATH((void)vel_icap_get_response_body_and_size(icap, nullptr, &size), "!= NULL");
