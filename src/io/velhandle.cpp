@@ -12,8 +12,9 @@
 
 #define VEL_MODULE "io/velhandle"
 
-/* readbufferpos <= readbufferuse <= readbuffersize. The bytes between the first two have come from
- * the transport and were not handed out yet; every read serves them first. */
+/* readbufferpos <= readbufferuse <= readbuffersize, and all are 0 without a read buffer. The bytes
+ * between the first two have come from the transport and were not handed out yet; every read serves
+ * them first. */
 struct velhandle {
     struct veltimeout *veltimeout; /* the countdown of a line */
     vel_error_t error;
@@ -79,8 +80,6 @@ static bool vel_handle_have_readbuffer(velhandle *velhandle)
     if (!velhandle->readbuffer)
         return false;
     velhandle->readbuffersize = vel_handle_readbuffersize;
-    velhandle->readbufferpos = 0;
-    velhandle->readbufferuse = 0;
     return true;
 }
 
