@@ -2,9 +2,9 @@
 # Builds the Debian packages from what git would commit, lets lintian read them, installs them in a
 # clean root file system, uses them there, and removes them again. The packages lie in build/packages,
 # and the root in build/roots, where a second run finds it.
-# usage: packages.sh [build|judge|use]...
+# usage: packages.sh [build|judge|use]...   all of them, if none is named
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
 root=$PWD
 version=$(sed -n 's/^project(vellib VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 work=$root/build/packages
@@ -57,11 +57,11 @@ make_roots() {
     local skip=() hidden='--exclude=./proc/* --exclude=./sys/* --exclude=./dev/*' # mounted meanwhile
     # A container may not be allowed to mount anything; the packages do not need it.
     unshare --mount true 2>/dev/null || skip=(--skip=check/canmount --skip=chroot/mount)
-    sources >"$work/sources.list"
-    quietly "$work/root.log" mmdebstrap --mode=root --variant=minbase --format=directory "${skip[@]}" \
+    sources >"$kit.list"
+    quietly "$kit.log" mmdebstrap --mode=root --variant=minbase --format=directory "${skip[@]}" \
         --dpkgopt=force-unsafe-io "--include=$kit_packages" \
         --essential-hook="mkdir '$bare' && tar -C \"\$1\" -c --one-file-system $hidden . | tar -C '$bare' -x" \
-        bookworm "$kit.new" "$work/sources.list"
+        bookworm "$kit.new" "$kit.list"
     cp -a "$kit.new/dev/." "$bare/dev"
     mv "$kit.new" "$kit"
     echo "$kit_packages" >"$kit.packages"
@@ -123,12 +123,22 @@ use_in_clean_roots() {
     use "$kit" libvellib1 libvellib-dev vellib-doc vellib-tools -- run_installed
 }
 
+# Who has not root, has sudo.
+if [ $# -eq 0 ] && [ "$(id -u)" -eq 0 ]; then
+    make_roots & # which waits for the network most of the time
+    roots=$!
+    trap 'wait' EXIT
+    build
+    judge
+    wait "$roots" || die 'there is no clean root'
+    set -- use
+fi
 [ $# -gt 0 ] || set -- build judge use
 for part; do
     case $part in
     build) build ;;
     judge) judge ;;
-    use) use_in_clean_roots ;;
+    use) if [ "$(id -u)" -eq 0 ]; then use_in_clean_roots; else sudo bash tools/packages.sh use; fi ;;
     *) die "'$part' is none of: build, judge, use" ;;
     esac
 done
