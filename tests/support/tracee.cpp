@@ -26,8 +26,8 @@ static const unsigned int kSeconds = 60;
 #if defined(__x86_64__) || defined(__i386__)
 #ifdef __i386__
 #define orig_rax orig_eax
-#define rax eax
-#define rdx edx
+#define rax      eax
+#define rdx      edx
 #endif
 
 static bool skip_call(pid_t child)
