@@ -204,6 +204,9 @@ int fstatat(int at, const char *name, struct stat *data, int flags) noexcept
         at, name, data, flags);
 }
 
+/* Not every libc declares it. */
+int statx(int at, const char *name, int flags, unsigned int mask, struct statx *data) noexcept;
+
 int statx(int at, const char *name, int flags, unsigned int mask, struct statx *data) noexcept
 {
     if (support::dir_refused(support::dir_stat_name(flags), name))
