@@ -27,19 +27,21 @@ log_capture::~log_capture()
     free(text_);
 }
 
-/* A message may hold line feeds, so a line goes on until the next time stamp. */
+/* A message may hold line feeds, so a line goes on until the next time stamp. Only the head of a line
+ * is matched: std::regex takes stack for each character, and a path may have thousands. */
 std::vector<log_line> log_capture::take()
 {
-    static const std::regex stamp(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d ([^]*)$)");
-    static const std::regex prefix(R"(^([a-z0-9_./]+):\d+\[(-?\d+)\] ([^]*)$)");
+    static const std::regex stamp(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d )");
+    static const std::regex prefix(R"(([a-z0-9_./]+):\d+\[(-?\d+)\] )");
+    const auto atstart = std::regex_constants::match_continuous;
 
     std::vector<std::string> messages;
     std::istringstream in(std::string(text_ + taken_, length_ - taken_));
     taken_ = length_;
     for (std::string line; std::getline(in, line);) {
         std::smatch match;
-        if (std::regex_match(line, match, stamp))
-            messages.push_back(match[1]);
+        if (std::regex_search(line, match, stamp, atstart))
+            messages.push_back(match.suffix());
         else if (!messages.empty())
             messages.back() += "\n" + line;
     }
@@ -47,8 +49,8 @@ std::vector<log_line> log_capture::take()
     std::vector<log_line> lines;
     for (const std::string &message : messages) {
         std::smatch match;
-        if (std::regex_match(message, match, prefix))
-            lines.push_back({match[1], std::stoi(match[2]), match[3]});
+        if (std::regex_search(message, match, prefix, atstart))
+            lines.push_back({match[1], std::stoi(match[2]), match.suffix()});
         else
             lines.push_back({"", 0, message});
     }

@@ -23,15 +23,15 @@
 
 #if defined(SUPPORT_INTERCEPTOR)
 #define SUPPORT_PLATFORM(name) __interceptor_##name
-#else
-#define SUPPORT_PLATFORM(name) __libc_##name
-#endif
-
 extern "C" {
 void *SUPPORT_PLATFORM(malloc)(size_t size);
 void *SUPPORT_PLATFORM(calloc)(size_t count, size_t size);
 void *SUPPORT_PLATFORM(realloc)(void *pointer, size_t size);
 }
+#else
+#include "support/libcmalloc.h"
+#define SUPPORT_PLATFORM(name) __libc_##name
+#endif
 
 /* An inlined copy would take the caller's caller for the caller. */
 #define SUPPORT_OUTLINED __attribute__((noinline))

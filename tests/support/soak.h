@@ -109,12 +109,9 @@ inline soak_state soak_look(size_t threads = 0)
 } // namespace support
 
 #if !defined(SUPPORT_SOAK_INTERCEPTOR)
-extern "C" {
+#include "support/libcmalloc.h"
 
-void *__libc_malloc(size_t size);
-void *__libc_calloc(size_t count, size_t size);
-void *__libc_realloc(void *pointer, size_t size);
-void __libc_free(void *pointer);
+extern "C" {
 
 void *malloc(size_t size)
 {
