@@ -687,6 +687,21 @@ TEST_F(VelasyncSocketObject, ProcessCallsWhatIsRegistered)
     EXPECT_EQ(take(), (names{"r", "w"}));
 }
 
+/* The queue is the loop's. */
+TEST_F(VelasyncSocketObject, AnotherHandleIsRefused)
+{
+    socket_pair pair;
+    const int s = pair.own(), changes = support::epoll_changes;
+    EXPECT_EQ(vel_async_socket_register_read(async_, socket_, s, s, ready, nullptr),
+              VEL_ERROR_GENERIC);
+    EXPECT_EQ(own_lines(), changed(-1) + refused("kevent() EVFILT_READ failed, errno 9"));
+    EXPECT_EQ(vel_async_socket_check(socket_), 1);
+    EXPECT_EQ(vel_async_socket_unregister_read(async_, socket_, s, s), VEL_ERROR_GENERIC);
+    EXPECT_EQ(own_lines(), changed(-1) + refused("kevent() EVFILT_READ EV_DELETE failed, errno 9"));
+    EXPECT_EQ(vel_async_socket_check(socket_), 0);
+    EXPECT_EQ(support::epoll_changes, changes);
+}
+
 TEST_F(VelasyncSocketObject, DestroySendsNothingToTheQueue)
 {
     socket_pair pair;

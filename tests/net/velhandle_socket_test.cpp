@@ -518,6 +518,24 @@ TYPED_TEST(VelhandleSocket, LocalPortFails)
                                                    "the socket, error 202 (generic error)"))}));
 }
 
+/* A datagram socket listens once it is bound. */
+TYPED_TEST(VelhandleSocket, ListeningFails)
+{
+    this->shim_.fail("listen", EADDRINUSE);
+    this->leaked_ += 2; /* the pipe to wake it up */
+    const vel_error_t result = TypeParam::listen("127.0.0.1", 0, &this->listener_);
+    if (TypeParam::type == SOCK_DGRAM) {
+        EXPECT_EQ(result, VEL_ERROR_NONE);
+        EXPECT_NE(this->listener_, nullptr);
+        return;
+    }
+    EXPECT_EQ(result, VEL_ERROR_ADDRESS_IN_USE);
+    EXPECT_EQ(this->listener_, nullptr);
+    EXPECT_EQ(this->own_lines()[0],
+              this->line(7, "unable to start listening to incoming TCP connections, error 98 "
+                            "(address already in use)"));
+}
+
 /* A handle whose context was taken away. */
 TYPED_TEST(VelhandleSocket, WithoutItsRecordAHandleIsNotConnected)
 {

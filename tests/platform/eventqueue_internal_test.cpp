@@ -341,6 +341,45 @@ TEST_F(EventqueueFile, NumberComesBackAsAnotherFile)
         fclose(other);
 }
 
+/* A device is another file, and not one of the same file system. */
+TEST_F(EventqueueFile, NumberComesBackAsADevice)
+{
+    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    ASSERT_GE(null, 0);
+    const int s = own();
+    EXPECT_EQ(add(s, kRead), 0);
+    ASSERT_EQ(dup2(null, s), s);
+    vel_event one = {-77, VEL_EVENTFILTER_COUNT};
+    EXPECT_EQ(vel_eventqueue_fetch(&queue_, &one), 0);
+    expect_nothing();
+    close(null);
+}
+
+TEST_F(EventqueueFile, OthersStayWhenOneIsRemoved)
+{
+    FILE *other = tmpfile();
+    ASSERT_NE(other, nullptr);
+    EXPECT_EQ(add(own(), kRead), 0);
+    EXPECT_EQ(add(fileno(other), kRead), 0);
+    EXPECT_EQ(remove(own(), kRead), 0);
+    EXPECT_EQ(fetch(2), (std::vector<event>{{fileno(other), kRead}, {fileno(other), kRead}}));
+    EXPECT_EQ(remove(fileno(other), kRead), 0);
+    expect_nothing();
+    fclose(other);
+}
+
+/* What was watched under the number is gone, and the socket was not added. */
+TEST_F(EventqueueFile, NumberOfASocketIsRemoved)
+{
+    socket_pair pair;
+    const int s = own();
+    EXPECT_EQ(add(s, kRead), 0);
+    ASSERT_EQ(dup2(pair.own(), s), s);
+    EXPECT_EQ(remove(s, kRead), -1);
+    EXPECT_EQ(errno, ENOENT);
+    expect_nothing();
+}
+
 TEST_F(EventqueueFile, NumberComesBackAsASocket)
 {
     socket_pair pair;

@@ -55,6 +55,27 @@ TEST(VelmallocfailUnwind, TextIsNamesAndLocationsFromTheCallerOutwards)
     free(text);
 }
 
+__attribute__((noinline)) static char *test_calls_itself(int times)
+{
+    char *text = times > 0 ? test_calls_itself(times - 1) : test_calls_check();
+    trace = text;
+    return text;
+}
+
+/* The outer end of a stack that is too deep is left out. */
+TEST(VelmallocfailUnwind, DeepStack)
+{
+    char *texts[] = {test_calls_itself(300), test_calls_itself(600)};
+    for (char *text : texts) {
+        ASSERT_NE(text, nullptr);
+        EXPECT_THAT(text, testing::ContainsRegex("^test_calls_check@[0-9a-f]+,"));
+        EXPECT_THAT(text, testing::Not(testing::HasSubstr("main@")));
+    }
+    EXPECT_STREQ(texts[0], texts[1]);
+    for (char *text : texts)
+        free(text);
+}
+
 TEST(VelmallocfailUnwind, AllocatorsFrameIsSkipped)
 {
     char *text = test_calls_malloc();
