@@ -1,5 +1,7 @@
 #include "support/httplite.h"
 
+#include <gmock/gmock.h>
+
 #include "support/assertion.h"
 #include "support/rows.h"
 
@@ -469,19 +471,22 @@ static const errno_case kErrnoCases[] = {
 INSTANTIATE_TEST_SUITE_P(Table, VelhttpLiteErrno, testing::ValuesIn(kErrnoCases),
                          support::row_name());
 
-/* The socket layer reads twice, and the second read behind a reset finds the end, so that it depends
- * on the moment what is seen. */
+/* The socket layer reads twice, and the second read behind a reset finds the end; and for a moment
+ * poll tells of nothing but an error. So it depends on the moment what is seen. */
+static const auto kOfAReset =
+    testing::AnyOf(VEL_ERROR_CONNECTION_RESET, VEL_ERROR_END_OF_FILE, VEL_ERROR_INTERNAL);
+
 TEST_F(VelhttpLite, Reset)
 {
     for (const size_t len : {size_t(0), kStatusLine.size(), kHead.size() - 3}) {
         const vel_error_t result = fetch_answer(kHead.substr(0, len), http_ending::reset);
-        EXPECT_TRUE(result == VEL_ERROR_CONNECTION_RESET || result == VEL_ERROR_END_OF_FILE);
+        EXPECT_THAT(result, kOfAReset) << len;
         EXPECT_EQ(logged(), head_failed(len, 7, result)) << len;
     }
     const vel_error_t result = fetch_answer(kHead + "half", http_ending::reset);
     lines expected = {lite_status(200)};
     if (result != VEL_ERROR_NONE) {
-        EXPECT_EQ(result, VEL_ERROR_CONNECTION_RESET);
+        EXPECT_THAT(result, kOfAReset);
         expected.push_back(lite_error(7, "unable to read more body information", result));
     }
     EXPECT_EQ(logged(), expected);

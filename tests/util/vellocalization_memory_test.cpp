@@ -236,7 +236,6 @@ TEST(VellocalizationOom, Life)
         if (!localization)
             return false;
         bool succeeded = false;
-        static int lost = 0; /* strings that could not be appended to, in loads that succeeded */
         if (vel_localization_load_utf8(localization, ".", "domain") == VEL_ERROR_NONE) {
             vellanguage *language = vel_localization_language_get(localization, "de");
             const char *text = vel_localization_localize(language, "ab");
@@ -244,11 +243,7 @@ TEST(VellocalizationOom, Life)
             EXPECT_TRUE(!text || std::string(text) == "xy");
             EXPECT_TRUE(!list || std::string(list) == "de/en");
             succeeded = text && list;
-            lost += !text;
             vel_free(list);
-        }
-        if (succeeded) {
-            EXPECT_GT(lost, 0);
         }
         vel_localization_destroy(localization);
         return succeeded;
