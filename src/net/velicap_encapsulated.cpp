@@ -223,8 +223,8 @@ static vel_error_t vel_icap_scan_value(const char *encapsulated, const char **po
 {
     char *end = nullptr;
     errno = 0;
-    *value = strtoul(*pos, &end, 10);
-    if (errno != 0) {
+    *value = strtoull(*pos, &end, 10);
+    if (errno == ERANGE) { /* musl sets errno for a text without a number too */
         VEL_LOG(6, "converting the value in the encapsulated header '%s' failed", encapsulated);
         return VEL_ERROR_PROTOCOL;
     }

@@ -202,8 +202,8 @@ static vel_error_t vel_icap_parse_chunk_size(const char *text, uint64_t *sizeptr
 {
     char *end = nullptr;
     errno = 0;
-    *sizeptr = strtoul(text, &end, 16);
-    if (errno != 0) {
+    *sizeptr = strtoull(text, &end, 16);
+    if (errno == ERANGE) { /* musl sets errno for a text without a number too */
         VEL_LOG(7, "unable to parse the chunk size '%s'", text);
         return VEL_ERROR_PROTOCOL;
     }

@@ -96,7 +96,7 @@ static const std::string kNumber = "converting the value in the encapsulated hea
 static const std::string kEnd = "unexpected end of string after a comma in encapsulated header '";
 static const std::string kSpace = "expected space after a comma in encapsulated header but got '";
 static const std::string kSeparator = "expected separator ',' in encapsulated header but got '";
-#define HUGE "99999999999999999999"
+#define TOO_LARGE "99999999999999999999"
 
 static const parse_case kParseCases[] = {
     /* What is good. */
@@ -129,9 +129,9 @@ static const parse_case kParseCases[] = {
      {kNumber + "null-body=18446744073709551616' failed"}},
     {"TooLargeInFront",
      kReqmod,
-     "req-hdr=" HUGE ", null-body=0",
+     "req-hdr=" TOO_LARGE ", null-body=0",
      kBad,
-     {kNumber + "req-hdr=" HUGE ", null-body=0' failed"}},
+     {kNumber + "req-hdr=" TOO_LARGE ", null-body=0' failed"}},
     {"NoNumberIsZero", kReqmod, "null-body=", kOk, {}, {0, 0, 0}},
     {"NoNumberInFront", kReqmod, "req-hdr=, req-body=1", kOk, {}, {0, 1, 1}},
     {"NotDecimal", kReqmod, "null-body=0x10", kBad, {kSeparator + "x'"}},
@@ -313,7 +313,7 @@ static parse_result naive(unsigned int method, const std::string &text)
 static std::string random_text(std::mt19937 &random)
 {
     static const std::vector<std::string> kNumbers = {"0", "0",  "0",  "0",   "1",   "137",
-                                                      "",  "-1", " 4", "0x1", "abc", HUGE};
+                                                      "",  "-1", " 4", "0x1", "abc", TOO_LARGE};
     static const std::vector<std::string> kSeparators = {", ", ", ",  ", ", ", ", ", ", ", ",
                                                          ",",  ",  ", ";",  " ",  ""};
     static const std::vector<std::string> kOthers = {"Req-Hdr=", "foo=", "null-body", "=", ""};

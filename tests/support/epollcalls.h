@@ -100,6 +100,10 @@ int epoll_pwait(int queue, epoll_event *events, int room, int milliseconds, cons
                   events, room, milliseconds, signals);
 }
 
+/* Not every libc declares it. */
+int epoll_pwait2(int queue, epoll_event *events, int room, const timespec *time,
+                 const sigset_t *signals);
+
 int epoll_pwait2(int queue, epoll_event *events, int room, const timespec *time,
                  const sigset_t *signals)
 {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <dlfcn.h>
 
 #ifdef __GLIBC__
@@ -27,8 +28,12 @@ inline void *__libc_malloc(size_t size)
 
 inline void *__libc_calloc(size_t count, size_t size)
 {
-    static void *const found = dlsym(RTLD_NEXT, "calloc");
-    return reinterpret_cast<void *(*)(size_t, size_t)>(found)(count, size);
+    /* musl's own asks the program's malloc, and would be seen twice. */
+    size_t bytes;
+    if (__builtin_mul_overflow(count, size, &bytes))
+        return nullptr;
+    void *block = __libc_malloc(bytes);
+    return block ? memset(block, 0, bytes) : nullptr;
 }
 
 inline void *__libc_realloc(void *pointer, size_t size)

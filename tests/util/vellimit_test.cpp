@@ -22,6 +22,7 @@ struct multiply_case {
 };
 
 static const size_t kMax = SIZE_MAX;
+static const size_t kHalf = size_t{1} << (sizeof(size_t) * 4); /* 2 to the half of the bits */
 
 static const multiply_case kMultiplyCases[] = {
     {"BothZero", 0, 0, 0},
@@ -37,8 +38,8 @@ static const multiply_case kMultiplyCases[] = {
     {"HalfAndOneIsTooMuch", kMax / 2 + 1, 2, kMax},
     {"ThirdFitsExactly", kMax / 3, 3, kMax},
     {"ThirdAndOneIsTooMuch", kMax / 3 + 1, 3, kMax},
-    {"HalvesOfTheBits", size_t{1} << 32, size_t{1} << 31, size_t{1} << 63},
-    {"HalvesOfTheBitsTooMuch", size_t{1} << 32, size_t{1} << 32, kMax},
+    {"HalvesOfTheBits", kHalf, kHalf / 2, kMax / 2 + 1},
+    {"HalvesOfTheBitsTooMuch", kHalf, kHalf, kMax},
 };
 
 class VelsizetCase : public testing::TestWithParam<multiply_case> {};
