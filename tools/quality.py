@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""The figures of docs/quality.md: quality.py [--record | --check]
+"""The figures of docs/quality.md: quality.py [--record | --check | --recorded]
 
 What measures leaves its table in build/quality/<name>.md. This prints the tables that are there; with
 --record they also go into docs/quality.md, between the marks "<!-- quality: NAME -->" and
 "<!-- end -->". With --check, nothing counted in this run may have shrunk against the page: each
 number in the last column of a counted table is at least nine tenths of the one on the page, as the
-sum may differ a little between machines."""
+sum may differ a little between machines. With --recorded it prints the tables of the page that a test
+run does not measure anew, each with its command."""
 import datetime
 import pathlib
 import re
@@ -56,7 +57,17 @@ def shrunk(name):
             for row, was in numbers(recorded[0] if recorded else "").items() if now.get(row, 0) < 0.9 * was]
 
 
+def print_recorded():
+    for command, section in re.findall(r"^## [^\n]*`(\./dev [^`]+)`\n(.*?)(?=^## |\Z)", PAGE.read_text(), re.M | re.S):
+        for name, text in re.findall(r"<!-- quality: (\w+) -->\n(.*?)<!-- end -->", section, re.S):
+            if name not in COUNTED and text.strip():
+                print(f"{command}, {name}. {text.strip()}\n")
+
+
 def main():
+    if "--recorded" in sys.argv[1:]:
+        print_recorded()
+        return
     names = sorted(path.stem for path in TABLES.glob("*.md"))
     if "--check" in sys.argv[1:]:
         if lost := [line for name in COUNTED for line in shrunk(name)]:
