@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Counts what tests say they have driven: count_figures.py LOG...
+"""Counts what tests say they have done: count_figures.py LOG...
 
 A test prints "oom: TEST N stacks" for the call stacks whose allocation it made fail, and
 "crash: WHAT N points" for the system calls at which it killed or failed something. This prints the
-sums, by the folder of the test program, and leaves them for docs/quality.md."""
+sums, by the folder of the test program, and leaves them for docs/quality.md. At full length a test
+prints "soak: TEST: N WHAT" too, which becomes a row of its own."""
 import collections
 import pathlib
 import re
@@ -32,8 +33,18 @@ def read(logs):
     return found
 
 
+def read_soak(logs):
+    """[[test, amount, what]]"""
+    return [[test, f"{int(amount):,}", what] for log in logs for test, amount, what in
+            re.findall(r"^soak: (\S+): (\d+) (.+)$", pathlib.Path(log).read_text(errors="replace"), re.M)]
+
+
 def main():
+    if rows := read_soak(sys.argv[1:]):
+        print(quality.leave("soak", [["test", "amount", "of"], *rows]))
     for kind, tests in read(sys.argv[1:]).items():
+        if not tests:
+            continue
         name, head, what = KINDS[kind]
         sums = collections.Counter()
         for folder, number in tests.values():

@@ -191,6 +191,8 @@ TEST(VelasyncSoak, TenMinutes)
         EXPECT_GT(loop.events, 1000u);
         EXPECT_GT(loop.expiries, 1000u);
         EXPECT_GT(loop.cancels, 100u);
+        support::soak_report(loop.events + loop.expiries + loop.cancels,
+                             "events, timeouts and cancels in one loop");
     }
     vel_log_uninit();
 }

@@ -97,6 +97,7 @@ TEST_F(VelrandomSoak, BytesLookLikeChance)
     EXPECT_GE(figures.chisquare, 100);
     /* Of points in a square, six bytes each, one in pi quarters lies in the circle. */
     const double points = figures.count / 6, part = M_PI / 4;
+    support::soak_report(size(), "bytes");
     EXPECT_NEAR(figures.pi, M_PI, 4 * kDeviations * sqrt(part * (1 - part) / points) + 1e-6);
 }
 

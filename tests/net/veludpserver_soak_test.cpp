@@ -79,7 +79,9 @@ TEST(VeludpserverSoak, OneServerAndManyDatagrams)
     vel_log_stderr_disable(nullptr);
     veludpserver *server = vel_udpserver_create();
     ASSERT_NE(server, nullptr);
-    serve(server, soak_length(1000000u, 20000u));
+    const uint64_t count = soak_length(1000000u, 20000u);
+    serve(server, count);
+    support::soak_report(count, "datagrams there and back");
     vel_udpserver_destroy(server);
     vel_log_uninit();
 }
@@ -101,6 +103,7 @@ TEST(VeludpserverSoak, ManyServers)
     }
     before.descriptors += 2u * (turns - warmup);
     EXPECT_EQ(soak_look(before.threads), before);
+    support::soak_report(turns, "servers, one after the other");
     vel_log_uninit();
 }
 

@@ -5,13 +5,17 @@
  * platform's allocator, to count the blocks. */
 
 #include <atomic>
+#include <cinttypes>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <ostream>
 #include <sched.h>
+
+#include <gtest/gtest.h>
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
@@ -34,6 +38,15 @@ inline bool soak()
 template <typename Number> Number soak_length(Number full, Number ordinary)
 {
     return soak() ? full : ordinary;
+}
+
+/* Says how much the test has done at its full length, for docs/quality.md. */
+inline void soak_report(uint64_t amount, const char *what)
+{
+    const testing::TestInfo *test = testing::UnitTest::GetInstance()->current_test_info();
+    if (soak())
+        printf("soak: %s.%s: %" PRIu64 " %s\n", test->test_suite_name(), test->name(), amount,
+               what);
 }
 
 #if !defined(SUPPORT_SOAK_INTERCEPTOR)

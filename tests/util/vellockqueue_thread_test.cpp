@@ -141,6 +141,7 @@ TEST_P(VellockqueueTraffic, EachItemOnceAndInOrder)
         for (uintptr_t i = 0; i < each; i++)
             expected.push_back(item_of(producer, i));
     EXPECT_TRUE(all == expected) << all.size() << " of " << expected.size();
+    support::soak_report(all.size(), "items");
     vel_lockqueue_destroy(queue_, nullptr);
     vel_lockqueue_destroy(spare_, nullptr);
 }
@@ -148,7 +149,8 @@ TEST_P(VellockqueueTraffic, EachItemOnceAndInOrder)
 /* Poppers that wait, or are about to, all see the end. */
 TEST(VellockqueueThread, EndWakesAllPoppers)
 {
-    for (int round = 0; round < support::soak_length(20000, 300); round++) {
+    const int rounds = support::soak_length(20000, 300);
+    for (int round = 0; round < rounds; round++) {
         vellockqueue *queue = vel_lockqueue_create(nullptr);
         std::atomic<int> begun = 0, ended = 0, items = 0;
         std::vector<std::thread> poppers;
@@ -171,6 +173,7 @@ TEST(VellockqueueThread, EndWakesAllPoppers)
         EXPECT_EQ(items, round % 3);
         vel_lockqueue_destroy(queue, nullptr);
     }
+    support::soak_report(static_cast<uint64_t>(rounds), "queues that end");
 }
 
 /* A push wakes a popper: two threads hand one item to and fro, and wait each time. */
@@ -199,6 +202,7 @@ TEST(VellockqueueThread, ToAndFro)
     other.join();
     vel_lockqueue_destroy(there, nullptr);
     vel_lockqueue_destroy(back, nullptr);
+    support::soak_report(count, "items there and back");
 }
 
 } // namespace
