@@ -372,6 +372,19 @@ TEST_F(Vellog, MacroFormatsAsPrintf)
     expect_as_printf("%lu %f %s", 1UL, 2.5, "c");
 }
 
+TEST_F(Vellog, MacroFormatsNumbersOfEveryLength)
+{
+    for (unsigned long power = 1;; power *= 10) {
+        for (const unsigned long number : {power - 1, power, power * 5}) {
+            expect_as_printf("%lu", number);
+            expect_as_printf("%d", static_cast<int>(number));
+            expect_as_printf("%d", static_cast<int>(0 - number));
+        }
+        if (power > ULONG_MAX / 10)
+            break;
+    }
+}
+
 TEST_F(Vellog, PrefixesOfAllKinds)
 {
     std::string expected;
