@@ -50,10 +50,10 @@ install(FILES ${PROJECT_BINARY_DIR}/vellib.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vellib)
-install(EXPORT vellib_targets NAMESPACE vellib:: FILE vellib-config.cmake
+install(EXPORT vellib_targets NAMESPACE vellib:: FILE vellib-targets.cmake
   DESTINATION ${package_dir} COMPONENT dev)
 write_basic_package_version_file(vellib-config-version.cmake COMPATIBILITY SameMajorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/vellib-config-version.cmake
+install(FILES cmake/vellib-config.cmake ${PROJECT_BINARY_DIR}/vellib-config-version.cmake
   DESTINATION ${package_dir} COMPONENT dev)
 
 # Removes what the last cmake --install of this build directory has put there.

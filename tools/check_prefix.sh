@@ -95,6 +95,19 @@ unset VELMALLOC_FAILMODE
     { echo "the sweep ended after $stacks stacks with $status:"; cat host.log; exit 1; }
 cd "$work"
 
+# Finding the library leaves the variables of a host alone.
+mkdir "$work/find"
+cat >"$work/find/CMakeLists.txt" <<'TEXT'
+cmake_minimum_required(VERSION 3.16)
+project(find LANGUAGES C)
+set(PACKAGE_VERSION "the host's")
+find_package(vellib 1.0 REQUIRED)
+if(NOT PACKAGE_VERSION STREQUAL "the host's" OR DEFINED PACKAGE_VERSION_COMPATIBLE)
+  message(FATAL_ERROR "find_package changed PACKAGE_VERSION to ${PACKAGE_VERSION}")
+endif()
+TEXT
+cmake -S "$work/find" -B "$work/find/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+
 for kind in OFF ON; do
     cmake -S "$root/examples" -B "$work/cmake-$kind" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
         -DVEL_EXAMPLES_STATIC=$kind >/dev/null
