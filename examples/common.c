@@ -3,6 +3,7 @@
 #include "common.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -94,10 +95,20 @@ static void pick_language(const char *locale)
     }
 }
 
+/* Opens a closed one the wrong way round: what is next opened gets another number, and whoever reads
+ * or prints still fails. */
+static void fill_standard_descriptors(void)
+{
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; descriptor++)
+        if (fcntl(descriptor, F_GETFD) < 0)
+            (void)open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
 void common_start(const char *program)
 {
     const char *locale = locale_name();
 
+    fill_standard_descriptors();
     program_name = program;
     if (*locale && strcmp(locale, "C") != 0 && strcmp(locale, "POSIX") != 0)
         load_catalogues();
@@ -172,11 +183,11 @@ static void on_mistake(vel_error_t code, const char *option, const char *argumen
     else if (!argument)
         common_mistake(tr("%s: the option needs a value"), option);
     else if (refusal)
-        common_mistake("%s: %s: %s", option, refusal, argument);
+        common_mistake("%s: %s: %s", option, refusal, common_name(argument));
     else if (code == VEL_ERROR_OUT_OF_RANGE)
         common_mistake(tr("%s: the number is too large or too small: %s"), option, argument);
     else
-        common_mistake(tr("%s: not a number: %s"), option, argument);
+        common_mistake(tr("%s: not a number: %s"), option, common_name(argument));
     refusal = NULL;
 }
 
@@ -255,8 +266,9 @@ static char *make_foot(const char *const *paragraphs)
     return fclose(out) == 0 ? text : NULL;
 }
 
-/* The usage text comes with an English heading, which is exchanged. */
-static void print_usage(velgetopt *options)
+/* The usage text comes with an English heading, which is exchanged. Returns whether there was memory
+ * for it. */
+static int print_usage(velgetopt *options)
 {
     static const char heading[] = "\nOPTIONS:\n";
     char *text = NULL;
@@ -264,15 +276,28 @@ static void print_usage(velgetopt *options)
     FILE *out = open_memstream(&text, &size);
 
     if (!out)
-        return;
+        return 0;
     (void)vel_getopt_usage(options, out);
-    if (fclose(out) == 0) {
+    int iscomplete = fclose(out) == 0;
+    if (iscomplete) {
         const char *found = strstr(text, heading);
         size_t length = found ? (size_t)(found - text) : size;
         printf("%.*s\n%s\n%s", (int)length, text, tr("OPTIONS:"),
                found ? found + strlen(heading) : "");
     }
     free(text);
+    return iscomplete;
+}
+
+/* Answers --help, or else --version. */
+static int print_about(velgetopt *options, int help)
+{
+    if (!help)
+        printf("%s 1.0.0\n", program_name);
+    else if (!print_usage(options))
+        return COMMON_NO_MEMORY;
+    const char *reason = common_flush();
+    return reason ? common_fail(COMMON_UNWRITTEN, tr("standard output: %s"), reason) : COMMON_DONE;
 }
 
 /* --help is a flag as well: the one of the library has a description in English. */
@@ -305,15 +330,27 @@ int common_parse(velgetopt *options, int bad, const char *const *synopsis,
         else if (mistaken)
             result = COMMON_MISTAKE;
     }
-    if (result >= 0 && help)
-        print_usage(options);
-    else if (result >= 0 && version)
-        printf("%s 1.0.0\n", program_name);
+    if (result >= 0 && (help || version))
+        result = print_about(options, help);
     if (result == COMMON_NO_MEMORY)
         common_fail_memory(0);
     if (options)
         vel_getopt_destroy(options);
-    return result >= 0 && (help || version) ? COMMON_DONE : result;
+    return result;
+}
+
+int common_exit_code(int parsed, int usage, int unwritten, int memory)
+{
+    switch (parsed) {
+    case COMMON_DONE:
+        return 0;
+    case COMMON_MISTAKE:
+        return usage;
+    case COMMON_UNWRITTEN:
+        return unwritten;
+    default:
+        return memory;
+    }
 }
 
 /* ---- what the library says ------------------------------------------------------------------- */
@@ -335,6 +372,19 @@ int common_fail_memory(int code)
 }
 
 /* ---- files, signals, the terminal ------------------------------------------------------------ */
+
+const char *common_flush(void)
+{
+    if (fflush(stdout) != 0)
+        return tr(strerror(errno));
+    /* The reason of a failure before this one is gone. */
+    return ferror(stdout) ? tr(vel_error_string(VEL_ERROR_WRITE)) : NULL;
+}
+
+const char *common_name(const char *name)
+{
+    return *name ? name : "''";
+}
 
 char *common_read(FILE *stream, size_t *sizeptr)
 {

@@ -23,13 +23,14 @@
 #define N_(text) text
 
 /* What common_parse gives where there are no operands to go on with. */
-enum { COMMON_DONE = 0, COMMON_MISTAKE = -1, COMMON_NO_MEMORY = -2 };
+enum { COMMON_DONE = 0, COMMON_MISTAKE = -1, COMMON_NO_MEMORY = -2, COMMON_UNWRITTEN = -3 };
 
 /* Reads a number of seconds such as 2.5. Returns whether it is one. */
 int common_parse_seconds(const char *text, double least, double *secondsptr);
 
-/* Begins a program: loads the messages of its user's language. What is printed of errors begins with
- * the name. */
+/* Begins a program: loads the messages of its user's language, and sees to it that no file or socket
+ * becomes standard input or output because that was closed. What is printed of errors begins with the
+ * name. */
 void common_start(const char *program);
 void common_end(void);
 
@@ -61,6 +62,9 @@ vel_error_t common_refuse(const char *reason);
 int common_parse(velgetopt *options, int bad, const char *const *synopsis,
                  const char *const *paragraphs, int argc, char **argv);
 
+/* The exit code where common_parse gave none of the operands: 0, or one of these. */
+int common_exit_code(int parsed, int usage, int unwritten, int memory);
+
 /* The first line in which the library said what is wrong; empty for none so far. */
 struct common_reason {
     char text[1000];
@@ -69,6 +73,12 @@ struct common_reason {
 /* A callback of the log that keeps that line in its context; those behind it only say where it came
  * up. */
 int common_keep_reason(const char *string, size_t length, int level, time_t when, void *context);
+
+/* Flushes standard output. Returns NULL if all that was printed is out, or why it is not. */
+const char *common_flush(void);
+
+/* A name as it is shown in a message: quotes stand for one that is empty. */
+const char *common_name(const char *name);
 
 /* Reads a stream to its end; *sizeptr receives the size, NULL not to learn it. Returns the data, with
  * a NUL behind it, to vel_free, or NULL with errno set. */

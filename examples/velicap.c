@@ -328,7 +328,8 @@ static int use_url(struct job *job, velurl *velurl)
     if (error == VEL_ERROR_NO_MEMORY)
         return fail_memory();
     if (error || !*vel_url_get_host(velurl))
-        return common_fail(FAILED_URL, tr("%s: not a URL like icap://host/service"), job->url);
+        return common_fail(FAILED_URL, tr("%s: not a URL like icap://host/service"),
+                           common_name(job->url));
     if (strcmp(vel_url_get_scheme(velurl), "icap") == 0) {
         unsigned int port = vel_url_get_port(velurl);
         if (port < 1 || port > 65535)
@@ -383,8 +384,8 @@ static int save(const struct job *job, const struct block *body)
     else if (vel_file_write(stdout, body->data, body->size) != body->size)
         result = -1;
     return result == 0 ? 0
-                       : common_fail(FAILED_WRITE, tr("cannot write %s: %s"), job->outputname,
-                                     tr(strerror(errno)));
+                       : common_fail(FAILED_WRITE, tr("cannot write %s: %s"),
+                                     common_name(job->outputname), tr(strerror(errno)));
 }
 
 /* Says what became of the body, and saves it. */
@@ -525,9 +526,9 @@ static int run(struct job *job)
     print_headers(job, out);
     fflush(out);
     code = isrefusal ? explain_status(job, status) : take_body(job, out);
-    if (fflush(stdout) != 0 && !code)
-        code = common_fail(FAILED_WRITE, tr("cannot write to standard output: %s"),
-                           tr(strerror(errno)));
+    const char *reason = common_flush();
+    if (reason && !code)
+        code = common_fail(FAILED_WRITE, tr("cannot write to standard output: %s"), reason);
     return code;
 }
 
@@ -610,7 +611,8 @@ static int take_options(struct job *job, int argc, char **argv)
     int first = common_parse(options, bad, synopsis, paragraphs, argc, argv);
 
     if (first <= 0)
-        return first == COMMON_DONE ? -1 : first == COMMON_MISTAKE ? FAILED_USAGE : FAILED;
+        return first == COMMON_DONE ? -1
+                                    : common_exit_code(first, FAILED_USAGE, FAILED_WRITE, FAILED);
     if (first < argc) {
         common_mistake(tr("not an option: %s; a file is named by --body"), argv[first]);
         return FAILED_USAGE;

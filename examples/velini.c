@@ -45,7 +45,7 @@ static int fail_memory(void)
 
 static int fail_file(int code, const struct job *job, int platformerrno)
 {
-    return common_fail(code, "%s: %s", job->filename, tr(strerror(platformerrno)));
+    return common_fail(code, "%s: %s", common_name(job->filename), tr(strerror(platformerrno)));
 }
 
 /* ---- reading --------------------------------------------------------------------------------- */
@@ -76,6 +76,13 @@ static int fail_open(const struct job *job)
     return fail_file(FAILED_READ, job, platformerrno);
 }
 
+static int is_directory(const char *filename)
+{
+    struct stat attributes;
+
+    return stat(filename, &attributes) == 0 && S_ISDIR(attributes.st_mode);
+}
+
 static int read_file(struct job *job)
 {
     vel_error_t error;
@@ -90,8 +97,10 @@ static int read_file(struct job *job)
         return fail_syntax(job);
     case VEL_ERROR_NO_MEMORY:
         return fail_memory();
-    default: /* a directory, for instance */
-        return common_fail(FAILED_READ, tr("%s: cannot be read to its end"), job->filename);
+    default:
+        return is_directory(job->filename)
+                   ? fail_file(FAILED_READ, job, EISDIR)
+                   : common_fail(FAILED_READ, tr("%s: cannot be read to its end"), job->filename);
     }
 }
 
@@ -519,8 +528,9 @@ static int run_command(struct job *job, const struct command *command, char **wo
         !take_word(&job->value, &words, command->values))
         return fail_memory();
     int code = command->run(job);
-    if (fflush(stdout) != 0 && code == 0)
-        code = common_fail(FAILED_WRITE, tr("standard output: %s"), tr(strerror(errno)));
+    const char *reason = common_flush();
+    if (reason && code == 0)
+        code = common_fail(FAILED_WRITE, tr("standard output: %s"), reason);
     return code;
 }
 
@@ -557,10 +567,8 @@ int main(int argc, char **argv)
     int code = common_parse(vel_getopt_create(), 0, synopsis, paragraphs, argc, argv);
     if (code > 0)
         code = run(&job, argc - code, argv + code);
-    else if (code == COMMON_MISTAKE)
-        code = FAILED_USAGE;
-    else if (code == COMMON_NO_MEMORY)
-        code = FAILED_MEMORY;
+    else
+        code = common_exit_code(code, FAILED_USAGE, FAILED_WRITE, FAILED_MEMORY);
 
     if (job.inifile)
         vel_inifile_destroy(job.inifile);

@@ -38,11 +38,6 @@ struct job {
     struct common_reason reason;
 };
 
-static int fail(int code, const char *subject, const char *reason)
-{
-    return common_fail(code, "%s%s%s", subject, *subject ? ": " : "", reason);
-}
-
 static int fail_memory(void)
 {
     return common_fail_memory(FAILED_OTHER);
@@ -68,14 +63,15 @@ static char *read_file(const char *filename)
 
 static int read_document(struct job *job)
 {
-    const char *shown = strcmp(job->filename, "-") == 0 ? tr("standard input") : job->filename;
+    const char *shown =
+        strcmp(job->filename, "-") == 0 ? tr("standard input") : common_name(job->filename);
     char *text = read_file(job->filename);
 
     if (!text)
-        return fail(FAILED_DOCUMENT, shown, tr(strerror(errno)));
+        return common_fail(FAILED_DOCUMENT, "%s: %s", shown, tr(strerror(errno)));
     int result = vel_json_parse(job->document, text);
     vel_free(text);
-    return result == 0 ? 0 : fail(FAILED_DOCUMENT, shown, job->reason.text);
+    return result == 0 ? 0 : common_fail(FAILED_DOCUMENT, "%s: %s", shown, job->reason.text);
 }
 
 /* ---- walking --------------------------------------------------------------------------------- */
@@ -125,6 +121,14 @@ static veljsonnode *add(struct job *job, char **path, veljsonnode *node)
     return NULL;
 }
 
+static int fail_path(char **path)
+{
+    int isindex = strcmp(path[0], "#") == 0 && path[1];
+
+    return common_fail(FAILED_PATH, "%s%s%s: %s", common_name(path[0]), isindex ? " " : "",
+                       isindex ? path[1] : "", tr("the path leads nowhere"));
+}
+
 /* Finds what the path leads to. */
 static int walk(struct job *job, veljsonnode **node)
 {
@@ -136,7 +140,7 @@ static int walk(struct job *job, veljsonnode **node)
         int taken = step(job, path, node);
         if (taken == 0) {
             *node = job->value ? add(job, path, *node) : NULL;
-            return *node ? 0 : fail(FAILED_PATH, *path, tr("the path leads nowhere"));
+            return *node ? 0 : fail_path(path);
         }
         path += taken;
     }
@@ -225,7 +229,7 @@ static size_t take_keys(struct job *job, veljsonnode *node, const char **keys)
 static int print_keys(struct job *job, veljsonnode *node)
 {
     if (!vel_json_is_object(job->document, node))
-        return fail(FAILED_PATH, "--keys", tr("this is not an object"));
+        return common_fail(FAILED_PATH, "--keys: %s", tr("this is not an object"));
 
     size_t count = take_keys(job, node, NULL);
     const char **keys = vel_calloc(count + 1, sizeof(*keys));
@@ -280,8 +284,9 @@ static int run(struct job *job)
         code = print_keys(job, node);
     else
         code = print_value(job, node);
-    if (fflush(stdout) != 0 && code == 0)
-        code = fail(FAILED_OTHER, tr("standard output"), tr(strerror(errno)));
+    const char *reason = common_flush();
+    if (reason && code == 0)
+        code = common_fail(FAILED_OTHER, tr("standard output: %s"), reason);
     return code;
 }
 
@@ -308,7 +313,9 @@ static int take_options(struct job *job, int argc, char **argv)
     int first = common_parse(options, bad, synopsis, paragraphs, argc, argv);
 
     if (first <= 0)
-        return first == COMMON_DONE ? -1 : first == COMMON_MISTAKE ? FAILED_USAGE : FAILED_OTHER;
+        return first == COMMON_DONE
+                   ? -1
+                   : common_exit_code(first, FAILED_USAGE, FAILED_OTHER, FAILED_OTHER);
     if ((job->value != NULL) + job->type + job->keys > 1) {
         common_mistake("%s", tr("--set, --type and --keys exclude each other"));
         return FAILED_USAGE;

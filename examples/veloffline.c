@@ -239,18 +239,17 @@ static vel_error_t on_body(const void *data, size_t size, void *context)
 
 static int explain(struct job *job, const char *url, vel_error_t error)
 {
-    unsigned int status;
-
-    if (job->writeerrno || fflush(stdout) != 0)
-        return common_fail(FAILED_WRITE, tr("cannot write %s: %s"), tr("to standard output"),
-                           tr(strerror(job->writeerrno ? job->writeerrno : errno)));
+    const char *reason = job->writeerrno ? tr(strerror(job->writeerrno)) : common_flush();
+    if (reason)
+        return common_fail(FAILED_WRITE, tr("cannot write to standard output: %s"), reason);
+    url = common_name(url);
     if (error == VEL_ERROR_UNSUPPORTED)
         return common_fail(FAILED_URL, "%s: %s", url, tr("only http:// is supported"));
     if (error == VEL_ERROR_INVALID_ARGUMENT)
         return common_fail(FAILED_URL, "%s: %s", url, tr("the URL is not valid"));
     if (error != VEL_ERROR_NONE)
         return common_fail(FAILED, "%s: %s", url, tr(vel_error_string(error)));
-    status = vel_http_get_status_code(job->velhttp);
+    unsigned int status = vel_http_get_status_code(job->velhttp);
     if (status != 200)
         return common_fail(FAILED_STATUS, tr("%s: answered with status %u"), url, status);
     return 0;
@@ -273,7 +272,7 @@ static int run(const char *directory, const char *url)
     struct job job = {.velhttp = offline_create()};
 
     if (!job.velhttp)
-        return common_fail(FAILED, "%s", tr(vel_error_string(VEL_ERROR_NO_MEMORY)));
+        return common_fail_memory(FAILED);
     int code = fetch(&job, directory, url);
     vel_http_destroy(job.velhttp);
     return code;
@@ -292,10 +291,8 @@ int main(int argc, char **argv)
     if (verbose)
         vel_log_stderr_enable(NULL);
 
-    if (first == COMMON_DONE)
-        code = 0;
-    else if (first < 0)
-        code = first == COMMON_MISTAKE ? FAILED_USAGE : FAILED;
+    if (first <= 0)
+        code = common_exit_code(first, FAILED_USAGE, FAILED_WRITE, FAILED);
     else if (argc - first == 2)
         code = run(argv[first], argv[first + 1]);
     else {

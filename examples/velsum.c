@@ -744,6 +744,11 @@ static int run(struct sum *sum, int first, int argc, char **argv)
     else if (!sum->checks)
         run_jobs(sum);
     free_jobs(sum);
+    const char *reason = common_flush();
+    if (reason) {
+        common_fail(FAILED, tr("standard output: %s"), reason);
+        sum->failed = 1;
+    }
     if (is_stopping() && read(stoppipe[0], &stopsignal, 1) == 1) {
         complain(sum, NULL, tr("interrupted"));
         return FAILED_SIGNAL + stopsignal;
@@ -771,11 +776,7 @@ int main(int argc, char **argv)
     else if ((first = take_options(&sum, argc, argv)) > 0)
         code = run(&sum, first, argc, argv);
     else
-        code = first == COMMON_DONE ? 0 : first == COMMON_MISTAKE ? FAILED_USAGE : FAILED;
-    if (fflush(stdout) != 0 || ferror(stdout)) {
-        complain(&sum, NULL, tr("write error"));
-        code = code ? code : FAILED;
-    }
+        code = common_exit_code(first, FAILED_USAGE, FAILED, FAILED);
     if (sum.screen)
         vel_mutex_destroy(sum.screen);
     common_end();

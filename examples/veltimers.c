@@ -404,10 +404,10 @@ static int serve(const char *address, const char *port, unsigned int idlems, uns
     hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
     hints.ai_socktype = SOCK_STREAM;
     int code = getaddrinfo(address, port, &hints, &info);
-    if (code != 0) {
-        common_fail(1, tr("not a numeric address: %s (%s)"), address, gai_strerror(code));
-        return 1;
-    }
+    if (code != 0)
+        return common_fail(1, "%s: %s", common_name(address),
+                           code == EAI_MEMORY ? tr(vel_error_string(VEL_ERROR_NO_MEMORY))
+                                              : tr("not a numeric address"));
     static struct service service = {.listener = -1, .datagrams = -1, .signals = -1};
     service.idlems = idlems;
     service.statusms = statusms;
@@ -477,7 +477,7 @@ static int take_options(int argc, char **argv)
     if (first > 0 && first != argc)
         first = common_mistake(tr("not an option: %s"), argv[first]);
     if (first <= 0)
-        return first == COMMON_DONE ? 0 : first == COMMON_MISTAKE ? 2 : 1;
+        return common_exit_code(first, 2, 1, 1);
     vel_snprintf(porttext, sizeof porttext, "%u", port);
     return serve(address, porttext, idle * 1000, interval * 1000);
 }

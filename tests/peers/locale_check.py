@@ -19,10 +19,10 @@ CATALOGUES = sorted((SOURCES / "locale" / "vellib-tools").glob("*.po"))
 NAMES = sorted(path.stem for path in SOURCES.glob("vel*.c"))
 
 # What comes from the platform, and is translated where it is shown.
-ERRNOS = (errno.EACCES, errno.EADDRINUSE, errno.EADDRNOTAVAIL, errno.EBUSY, errno.EEXIST,
-          errno.EFBIG, errno.EINVAL, errno.EIO, errno.EISDIR, errno.ELOOP, errno.EMFILE,
-          errno.ENAMETOOLONG, errno.ENOENT, errno.ENOMEM, errno.ENOSPC, errno.ENOTDIR, errno.ENXIO,
-          errno.EPERM, errno.EPIPE, errno.EROFS)
+ERRNOS = (errno.EACCES, errno.EADDRINUSE, errno.EADDRNOTAVAIL, errno.EBADF, errno.EBUSY,
+          errno.EEXIST, errno.EFBIG, errno.EINVAL, errno.EIO, errno.EISDIR, errno.ELOOP,
+          errno.EMFILE, errno.ENAMETOOLONG, errno.ENOENT, errno.ENOMEM, errno.ENOSPC,
+          errno.ENOTDIR, errno.ENXIO, errno.EPERM, errno.EPIPE, errno.EROFS)
 
 LITERAL = r'"(?:[^"\\\n]|\\.)*"'
 MARKED = re.compile(rf"\b(?:tr|N_)\(\s*({LITERAL}(?:\s*{LITERAL})*)\s*\)")

@@ -116,7 +116,7 @@ class Printing(Beside):
                     check=False,
                 )
             self.assertEqual(done.returncode, 1)
-            self.assertIn(b"velsum: write error", done.stderr)
+            self.assertEqual(done.stderr, b"velsum: standard output: No space left on device\n")
 
 
 class Checking(Beside):
