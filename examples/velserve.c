@@ -12,6 +12,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -19,12 +20,13 @@
 #include "common.h"
 
 enum {
-    LINE_SIZE = 8192,      /* the longest line of a request, in bytes */
-    HEADER_LINES = 100,    /* the most headers of a request */
-    REQUEST_SECONDS = 10,  /* for a request to arrive, as a whole */
-    WRITE_SECONDS = 10,    /* for the peer to take some more of an answer */
-    WAIT_SECONDS = 1,      /* for each wait within these, so that the end is noticed */
-    PIECE_SIZE = 64 * 1024 /* of a file that is sent */
+    LINE_SIZE = 8192,       /* the longest line of a request, in bytes */
+    HEADER_LINES = 100,     /* the most headers of a request */
+    REQUEST_SECONDS = 10,   /* for a request to arrive, as a whole */
+    WRITE_SECONDS = 10,     /* for the peer to take some more of an answer */
+    WAIT_SECONDS = 1,       /* for each wait within these, so that the end is noticed */
+    MOST_CONNECTIONS = 256, /* that are served at a time; fewer where descriptors are few */
+    PIECE_SIZE = 64 * 1024  /* of a file that is sent */
 };
 
 /* What an answer begins with. Functions below return one of these, or NULL for success. */
@@ -36,6 +38,7 @@ static const char NOT_FOUND[] = "404 Not Found";
 static const char BAD_METHOD[] = "405 Method Not Allowed";
 static const char TOO_LONG[] = "414 URI Too Long";
 static const char SERVER_ERROR[] = "500 Internal Server Error";
+static const char OVERLOADED[] = "503 Service Unavailable";
 static const char NO_ANSWER[] = ""; /* the peer has gone, or let its time pass */
 
 /* What each page begins with. The icon keeps browsers from asking for one. Names are shown as they
@@ -60,9 +63,11 @@ static const char page_head[] =
 
 /* What all connections share. */
 struct site {
-    char *root;      /* the resolved directory; "" is the root of the file system */
-    velmutex *mutex; /* guards stopping */
+    char *root;        /* the resolved directory; "" is the root of the file system */
+    unsigned int most; /* connections that are served at a time */
+    velmutex *mutex;   /* guards what follows */
     int stopping;
+    unsigned int connections; /* that there are */
 };
 
 /* One connection, which is one request. */
@@ -238,21 +243,12 @@ static void send_file(struct request *request, const char *path)
         close(file);
 }
 
-static void put_size(FILE *page, double bytes)
-{
-    static const char *const units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
-    size_t unit = 0;
-    for (; bytes >= 1023.5 && unit < 4; unit++)
-        bytes /= 1024;
-    fprintf(page, unit == 0 || bytes >= 9.95 ? "%.0f %s" : "%.1f %s", bytes, units[unit]);
-}
-
 /* Writes the row of an entry if it is a directory, or if it is none. */
 static void put_entry(FILE *page, const char *directory, const char *name, int isdirectory)
 {
     struct stat attributes;
     struct tm modified;
-    char when[32] = "";
+    char size[16] = "", when[32] = "";
     char *path = vel_strdupf("%s/%s", directory, name);
     /* A link to nowhere is left out. */
     if (path && stat(path, &attributes) == 0 && !S_ISDIR(attributes.st_mode) == !isdirectory) {
@@ -263,10 +259,9 @@ static void put_entry(FILE *page, const char *directory, const char *name, int i
         put_path(page, name);
         fprintf(page, "%s\">", slash);
         put_html(page, name);
-        fprintf(page, "%s</a><td>", slash);
         if (S_ISREG(attributes.st_mode))
-            put_size(page, (double)attributes.st_size);
-        fprintf(page, "<td>%s\n", when);
+            common_format_amount(size, sizeof size, (double)attributes.st_size);
+        fprintf(page, "%s</a><td>%s<td>%s\n", slash, size, when);
     }
     vel_free(path);
 }
@@ -485,41 +480,78 @@ static void drain(struct request *request)
     }
 }
 
-/* Serves one connection, on its own thread. */
-static void serve(veltcpserver *server, velhandle *handle, void *context)
+/* Reads a request and answers it. */
+static void serve_request(struct request *request)
 {
-    (void)server;
-    struct request request = {.site = context, .handle = handle, .method = "-"};
-    request.target = request.line; /* what there is of it goes into the log */
     veltimeout *timeout = vel_timeout_create();
     if (!timeout)
         return;
-    vel_handle_set_write_timeout(handle, WAIT_SECONDS, 0);
-    const char *status = read_request(&request, timeout);
+    const char *status = read_request(request, timeout);
     vel_timeout_destroy(timeout);
     if (status == NO_ANSWER)
         return;
     if (!status) {
-        answer(&request);
+        answer(request);
     } else {
-        send_status(&request, status, status == BAD_METHOD ? "Allow: GET, HEAD\r\n" : "");
-        drain(&request);
+        send_status(request, status, status == BAD_METHOD ? "Allow: GET, HEAD\r\n" : "");
+        drain(request);
     }
-    log_request(&request);
+    log_request(request);
 }
 
-/* Serves until a signal asks for the end. Returns whether it could. */
-static int run(veltcpserver *server, struct site *site, const char *directory, const char *address)
+/* Counts a connection in or out. Returns how many there are. */
+static unsigned int count_connection(struct site *site, int change)
+{
+    vel_mutex_lock(site->mutex);
+    site->connections += (unsigned int)change;
+    unsigned int connections = site->connections;
+    vel_mutex_unlock(site->mutex);
+    return connections;
+}
+
+/* Serves one connection, on its own thread. Nothing else limits their number, and a server without
+ * descriptors can only try to accept, again and again: so too many are sent away without a wait. */
+static void serve(veltcpserver *server, velhandle *handle, void *context)
+{
+    (void)server;
+    struct site *site = context;
+    struct request request = {.site = site, .handle = handle, .method = "-"};
+    request.target = request.line; /* what there is of it goes into the log */
+    vel_handle_set_write_timeout(handle, WAIT_SECONDS, 0);
+    if (count_connection(site, 1) <= site->most) {
+        serve_request(&request);
+    } else {
+        send_status(&request, OVERLOADED, "");
+        log_request(&request);
+    }
+    count_connection(site, -1);
+}
+
+/* How many connections there is room for: each has a descriptor, and one for its file, and as many
+ * are left for those that are about to be sent away. */
+static unsigned int most_connections(void)
+{
+    struct rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur / 4 >= MOST_CONNECTIONS)
+        return MOST_CONNECTIONS;
+    return (unsigned int)limit.rlim_cur / 4;
+}
+
+/* Serves until a signal asks for the end. */
+static vel_error_t run(veltcpserver *server, struct site *site, const char *directory,
+                       const char *address)
 {
     static int wakeup[2]; /* a pipe: no signal is lost, whichever thread it hits and when */
     unsigned int port;
     char byte;
+    errno = 0;
     if (pipe(wakeup) != 0)
-        return 0;
+        return VEL_ERROR_GENERIC;
     vel_signal_ignore_sigpipe(); /* a peer that goes away is the error of a write, not our end */
     common_catch_signals(common_wake, &wakeup[1]);
-    if (vel_tcpserver_start(server) != VEL_ERROR_NONE)
-        return 0;
+    vel_error_t error = vel_tcpserver_start(server);
+    if (error != VEL_ERROR_NONE)
+        return error;
     if (vel_tcpserver_get_port(server, &port) == VEL_ERROR_NONE) {
         int colon = strchr(address, ':') != NULL; /* IPv6 goes into brackets */
         printf("velserve: ");
@@ -536,7 +568,18 @@ static int run(veltcpserver *server, struct site *site, const char *directory, c
     vel_mutex_unlock(site->mutex);
     vel_tcpserver_stop(server);
     vel_tcpserver_wait(server); /* joins the threads of all connections */
-    return 1;
+    return VEL_ERROR_NONE;
+}
+
+/* Why it could not serve. For what the library has no code, the platform has told errno. */
+static const char *reason_of(vel_error_t error)
+{
+    int platformerrno = errno;
+    if (error == VEL_ERROR_INVALID_SYNTAX)
+        return tr("not a numeric address");
+    if (error == VEL_ERROR_GENERIC && platformerrno != 0)
+        return tr(strerror(platformerrno));
+    return tr(vel_error_string(error));
 }
 
 /* Makes what the server needs, and runs it. Returns the exit code. */
@@ -545,28 +588,32 @@ static int serve_directory(const char *directory, const char *address, unsigned 
     struct site site = {.root = realpath(directory, NULL)};
     struct stat attributes;
     if (!site.root || stat(site.root, &attributes) != 0 || !S_ISDIR(attributes.st_mode)) {
-        common_fail(1, "%s: %s", directory, tr(strerror(site.root ? ENOTDIR : errno)));
+        common_fail(1, "%s: %s", common_name(directory), tr(strerror(site.root ? ENOTDIR : errno)));
         free(site.root);
         return 1;
     }
     if (strcmp(site.root, "/") == 0)
         site.root[0] = '\0';
+    site.most = most_connections();
     site.mutex = vel_mutex_create();
     veltcpserver *server = vel_tcpserver_create();
-    int served = 0;
-    if (site.mutex && server && vel_tcpserver_set_address(server, address) == VEL_ERROR_NONE) {
+    vel_error_t error = VEL_ERROR_NO_MEMORY;
+    if (site.mutex && server)
+        error = vel_tcpserver_set_address(server, address);
+    if (error == VEL_ERROR_NONE) {
         vel_tcpserver_set_port(server, port);
         vel_tcpserver_set_callback(server, serve, &site);
-        served = run(server, &site, directory, address);
+        error = run(server, &site, directory, address);
     }
-    if (!served) /* the library has logged why */
-        common_fail(1, tr("cannot serve on %s, port %u"), address, port);
+    if (error != VEL_ERROR_NONE)
+        common_fail(1, tr("cannot serve on %s, port %u: %s"), common_name(address), port,
+                    reason_of(error));
     if (server)
         vel_tcpserver_destroy(server);
     if (site.mutex)
         vel_mutex_destroy(site.mutex);
     free(site.root);
-    return served ? 0 : 1;
+    return error == VEL_ERROR_NONE ? 0 : 1;
 }
 
 static const char *const synopsis[] = {N_("velserve [OPTION]... DIRECTORY"), NULL};
@@ -604,7 +651,7 @@ static int take_options(int argc, char **argv)
         first = common_mistake("%s", tr("one DIRECTORY is needed, behind all options"));
     if (first > 0)
         return serve_directory(argv[first], address, port);
-    return first == COMMON_DONE ? 0 : first == COMMON_MISTAKE ? 2 : 1;
+    return common_exit_code(first, 2, 1, 1);
 }
 
 int main(int argc, char **argv)

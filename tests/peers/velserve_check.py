@@ -5,6 +5,7 @@ import concurrent.futures
 import os
 import pathlib
 import re
+import resource
 import shutil
 import signal
 import socket
@@ -59,10 +60,14 @@ class Served(Case):
             stderr=self.log.open("wb"),
             env=environment,
             text=True,
+            preexec_fn=self.limit,
         )
         line = self.process.stdout.readline()
         self.base = re.search(r"http://127\.0\.0\.1:\d+", line)[0]
         self.port = int(self.base.rpartition(":")[2])
+
+    def limit(self):
+        """Called in the child before it becomes the program."""
 
     def tearDown(self):
         """However it was treated, it still answers, and ends when it is asked to."""
@@ -444,6 +449,39 @@ class Load(Served):
         print(f"{float(answer['Transfer rate']) / 1024:.0f} MiB/s", end=" ")
 
 
+class Crowd(Served):
+    """More connections than there is room for are sent away, and are no reason to fill the log."""
+
+    DESCRIPTORS = 80
+    MOST = DESCRIPTORS // 4
+
+    def limit(self):
+        resource.setrlimit(resource.RLIMIT_NOFILE, (self.DESCRIPTORS, self.DESCRIPTORS))
+
+    def test_sent_away(self):
+        crowd = [self.connect() for _ in range(self.MOST)]
+        answer = self.curl("/byte")
+        self.assertEqual(answer.status, 503)
+        crowd.pop().close()
+        self.assertTrue(wait_until(lambda: self.curl("/byte").status == 200))
+        for connection in crowd:
+            connection.sendall(b"GET /byte HTTP/1.0\r\n\r\n")
+            self.assertTrue(connection.recv(100).startswith(b"HTTP/1.0 200 OK\r\n"))
+
+    def test_flood(self):
+        """Without a limit there are a million lines a second on that nothing can be accepted."""
+        connections = [socket.socket() for _ in range(3 * self.DESCRIPTORS)]
+        for connection in connections:
+            self.addCleanup(connection.close)
+            connection.setblocking(False)
+            connection.connect_ex(("127.0.0.1", self.port))
+        self.assertTrue(wait_until(lambda: self.curl("/byte").status == 503))
+        for connection in connections:
+            connection.close()
+        self.assertTrue(wait_until(lambda: self.curl("/byte").status == 200))
+        self.assertLess(len(self.log.read_text().splitlines()), 100 * self.DESCRIPTORS)
+
+
 class Slow(Served):
     """Clients that hold a connection are cut off, and nobody waits for them meanwhile."""
 
@@ -592,7 +630,20 @@ class Usage(Case):
         with socket.create_server(("127.0.0.1", 0)) as other:
             answer = run_to_end(VELSERVE, "-p", other.getsockname()[1], self.here)
         self.assertEqual(answer.returncode, 1)
-        self.assertIn("velserve: cannot serve on 127.0.0.1", answer.stderr)
+        self.assertRegex(answer.stderr, r"(?m)^velserve: cannot serve on 127\.0\.0\.1, port \d+: "
+                                        "address already in use$")
+
+    def test_address(self):
+        for address, reason in (
+            ("localhost", "not a numeric address"),
+            ("", "not a numeric address"),
+            ("192.0.2.1", "Cannot assign requested address"),
+        ):
+            answer = run_to_end(VELSERVE, "-a", address, "-p", 0, self.here)
+            self.assertEqual(answer.returncode, 1)
+            shown = address or "''"
+            self.assertEqual(answer.stderr.splitlines()[-1],
+                             f"velserve: cannot serve on {shown}, port 0: {reason}")
 
     def test_ipv6(self):
         (self.here / "file").write_text("six")
