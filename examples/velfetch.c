@@ -90,6 +90,24 @@ static void on_signal(int velsignal, void *context)
     signal(velsignal, SIG_DFL);
 }
 
+static void on_hangup(int number)
+{
+    on_signal(number, NULL);
+}
+
+/* The library has the other two signals. A program that is to outlive its terminal ignores this one. */
+static void catch_hangup(void)
+{
+    struct sigaction action;
+
+    if (sigaction(SIGHUP, NULL, &action) != 0 || action.sa_handler == SIG_IGN)
+        return;
+    memset(&action, 0, sizeof(action));
+    sigemptyset(&action.sa_mask);
+    action.sa_handler = on_hangup; /* and no restart, so that a wait ends */
+    sigaction(SIGHUP, &action, NULL);
+}
+
 /* ---- messages and the progress bar ----------------------------------------------------------- */
 
 /* Prints the one line that says what went wrong; returns the exit code. */
@@ -264,6 +282,8 @@ static vel_error_t on_pass(velhttp *velhttp, const char *scheme, const char *hos
     struct fetch *fetch = context;
 
     (void)scheme;
+    if (!*host)
+        return VEL_ERROR_INVALID_ARGUMENT; /* the stage tells where that URL is from */
     fetch->stage = STAGE_CONNECT;
     vel_timer_start(fetch->veltimer);
     snprintf(fetch->peer, sizeof(fetch->peer),
@@ -356,7 +376,7 @@ static int explain_error(struct fetch *fetch, enum stage stage, vel_error_t erro
         }
     }
     return fail(fetch, code, stage == STAGE_CONNECT ? tr("cannot connect to %s: %s") : "%s: %s",
-                stage == STAGE_URL ? fetch->url : fetch->peer, tr(text));
+                stage == STAGE_URL ? common_name(fetch->url) : fetch->peer, tr(text));
 }
 
 /* Says how the transfer ended, and gives the exit code. */
@@ -369,7 +389,7 @@ static int explain(struct fetch *fetch, vel_error_t error)
     if (fetch->writeerrno)
         return fail(fetch, fetch->writeerrno == ENOMEM ? FAILED : FAILED_WRITE,
                     tr("cannot write %s: %s"),
-                    fetch->filename ? fetch->filename : tr("to standard output"),
+                    fetch->filename ? common_name(fetch->filename) : tr("to standard output"),
                     tr(strerror(fetch->writeerrno)));
     /* The library ends with no status at all where a proxy has refused a user. */
     if (fetch->stage == STAGE_TRANSFER && (status == 407 || (!error && status == 0)))
@@ -416,13 +436,14 @@ static vel_error_t on_proxy(const char *argument, void *context)
     struct fetch *fetch = context;
     char *text = vel_strdup(argument), *end = NULL;
     char *colon = text ? strrchr(text, ':') : NULL;
-    unsigned long port = colon ? strtoul(colon + 1, &end, 10) : 0;
+    int hasport = colon && colon[1] >= '0' && colon[1] <= '9'; /* no sign and no blank */
+    unsigned long port = hasport ? strtoul(colon + 1, &end, 10) : 0;
 
     vel_free(fetch->proxytext);
     fetch->proxytext = text;
     if (!text)
         return VEL_ERROR_NO_MEMORY;
-    if (!colon || colon == text || *end || port < 1 || port > 65535)
+    if (!hasport || colon == text || *end || port < 1 || port > 65535)
         return common_refuse(tr("not a HOST:PORT"));
 
     int hasbrackets = text[0] == '[' && colon[-1] == ']';
@@ -536,7 +557,7 @@ static int take_operands(struct fetch *fetch, int argc, char **argv)
         return FAILED_USAGE;
     }
     if (method && (!*method || strpbrk(method, " \t\r\n")))
-        return fail(fetch, FAILED_USAGE, tr("not a method: %s"), method);
+        return fail(fetch, FAILED_USAGE, tr("not a method: %s"), common_name(method));
 
     char *url = argv[0];
     url[strcspn(url, "#")] = '\0'; /* a fragment is not for the server */
@@ -564,16 +585,9 @@ static int take_options(struct fetch *fetch, int argc, char **argv)
     int bad = !options || declare_options(fetch, options);
     int first = common_parse(options, bad, synopsis, paragraphs, argc, argv);
 
-    switch (first) {
-    case COMMON_DONE:
-        return -1;
-    case COMMON_MISTAKE:
-        return FAILED_USAGE;
-    case COMMON_NO_MEMORY:
-        return FAILED;
-    default:
+    if (first > 0)
         return take_operands(fetch, argc - first, argv + first);
-    }
+    return first == COMMON_DONE ? -1 : common_exit_code(first, FAILED_USAGE, FAILED_WRITE, FAILED);
 }
 
 int main(int argc, char **argv)
@@ -586,6 +600,7 @@ int main(int argc, char **argv)
     vel_signal_ignore_sigpipe(); /* a closed connection is an error code, not the end */
     vel_signal_register_sigint(on_signal, NULL);
     vel_signal_register_sigterm(on_signal, NULL);
+    catch_hangup();
 
     fetch.velhttp = vel_http_lite_create();
     fetch.veltimer = vel_timer_create();

@@ -184,11 +184,15 @@ class ExitCode(Fetching):
         self.check(3, "only http:// is supported", "ftp://127.0.0.1/")
         self.check(3, "", "http://127.0.0.1:65536/")
         self.check(3, "", "http://127.0.0.1:x/")
+        self.check(3, "http:///path: not a URL like http://host/path", "http:///path")
+        self.check(3, "http://: not a URL like http://host/path", "http://")
         self.check(3, "white space", "http://127.0.0.1/a b")
         self.check(3, "white space in it: http://127.0.0.1/?X:?y", "http://127.0.0.1/\nX:\ty")
         server = self.serve(always(answer(status="302 F", headers=["Location: relative"])))
         self.check(3, "redirects to what is not a URL", server.url)
         server = self.serve(always(answer(status="302 F", headers=["Location: http://h:0x/"])))
+        self.check(3, "redirects to what is not a URL", server.url)
+        server = self.serve(always(answer(status="302 F", headers=["Location: http:///path"])))
         self.check(3, "redirects to what is not a URL", server.url)
         server = self.serve(always(answer(status="302 F", headers=["Location: https://h/"])))
         self.check(3, "only http:// is supported", server.url)
@@ -564,6 +568,29 @@ class Interrupt(Fetching):
         ready = lambda process: len(os.listdir(self.here)) == 2 and self.is_waiting(process)
         self.check_interrupt(ready, server.url)
         self.check_interrupt(ready, server.url, number=signal.SIGTERM)
+        self.check_interrupt(ready, server.url, number=signal.SIGHUP)
+
+    def test_hangup_that_is_ignored(self):
+        """As by nohup: the transfer goes on."""
+        goon = threading.Event()
+        self.addCleanup(goon.set)
+
+        def some(connection, _):
+            connection.sendall(b"HTTP/1.0 200 OK\r\nContent-Length: 8\r\n\r\nsome")
+            return b"more" if goon.wait(LONG) else None
+
+        server = self.serve(some)
+        process = self.start(
+            [VELFETCH, "-o", "file", server.url],
+            cwd=self.here,
+            preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN),
+        )
+        ready = lambda: len(os.listdir(self.here)) == 1 and self.is_waiting(process)
+        self.assertTrue(wait_until(ready))
+        process.send_signal(signal.SIGHUP)
+        goon.set()
+        self.assertEqual(poll(process, LONG), 0)
+        self.assertEqual((self.here / "file").read_text(), "somemore")
 
     def test_while_much_comes_in(self):
         def flood(connection, _):
