@@ -5,6 +5,8 @@
 #include <chrono>
 #include <cstdio>
 #include <functional>
+#include <numeric>
+#include <random>
 #include <string>
 #include <sys/resource.h>
 #include <vector>
@@ -79,13 +81,20 @@ template <typename Run> inline double sample(size_t calls, size_t things, Run ru
     return sample(calls, run) / static_cast<double>(things);
 }
 
-/* So many rounds, in which the contenders take turns; sample_of measures one, by its number. */
+/* So many rounds, in which the contenders take turns; sample_of measures one, by its number. Each
+ * round has an order of its own, since whoever comes behind a slow one pays for it: the scheduler
+ * takes the processor away from a thread that had it for long. */
 template <typename Sample> inline series take_turns(size_t contenders, int rounds, Sample sample_of)
 {
     series series(contenders);
-    for (int round = 0; round < rounds; round++)
-        for (size_t i = 0; i < contenders; i++)
+    std::mt19937 random(1);
+    std::vector<size_t> order(contenders);
+    std::iota(order.begin(), order.end(), size_t{0});
+    for (int round = 0; round < rounds; round++) {
+        std::shuffle(order.begin(), order.end(), random);
+        for (const size_t i : order)
             series.add(i, sample_of(i));
+    }
     return series;
 }
 
