@@ -1,6 +1,7 @@
 #include <vellib/velpunycode_velurl.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include <vellib/velmalloc.h>
 
@@ -162,15 +163,17 @@ static vel_error_t vel_punycode_read_number(const uint32_t *punycode, size_t pun
         if (*inptr >= punycodelen)
             return VEL_ERROR_OUT_OF_RANGE;
         const uint32_t value = vel_punycode_digit_value(punycode[(*inptr)++]);
-        if (value == vel_punycode_nodigit || value > (vel_punycode_maxint - i) / weight)
+        const uint64_t sum = i + uint64_t{value} * weight;
+        if (value == vel_punycode_nodigit || sum > vel_punycode_maxint)
             return VEL_ERROR_OUT_OF_RANGE;
-        i += value * weight;
+        i = static_cast<uint32_t>(sum);
         const uint32_t threshold = vel_punycode_threshold(k, bias);
         if (value < threshold)
             break;
-        if (weight > vel_punycode_maxint / (vel_punycode_base - threshold))
+        const uint64_t nextweight = uint64_t{weight} * (vel_punycode_base - threshold);
+        if (nextweight > vel_punycode_maxint)
             return VEL_ERROR_OUT_OF_RANGE;
-        weight *= vel_punycode_base - threshold;
+        weight = static_cast<uint32_t>(nextweight);
     }
     *iptr = i;
     return VEL_ERROR_NONE;
@@ -220,27 +223,36 @@ static vel_error_t vel_punycode_read(vel_punycode_output *output, const uint32_t
 typedef vel_error_t vel_punycode_convert(uint32_t *dest, size_t *destlen, const uint32_t *source,
                                          size_t sourcelen);
 
-/* Measures, allocates and fills. */
+/* Converts into room that does for the label of a host, and else only measures, so that the array
+ * has the size it needs. Behind the last element there is a 0, for who makes wide characters of the
+ * result. */
 static vel_error_t vel_punycode_allocate(vel_punycode_convert *convert, const uint32_t *source,
                                          size_t sourcelen, uint32_t **destptr, size_t *destlenptr)
 {
+    *destptr = nullptr;
+    *destlenptr = 0;
+    uint32_t room[64];
+    size_t len = std::size(room);
+    vel_error_t error = convert(room, &len, source, sourcelen);
+    if ((error != VEL_ERROR_NONE && error != VELURL_ERROR_TRUNCATED) || len == 0)
+        return error;
+
     uint32_t *result = nullptr;
-    size_t resultlen = 0, len = 0;
-    vel_error_t error = convert(nullptr, &len, source, sourcelen);
-    if (error == VELURL_ERROR_TRUNCATED) {
-        if (len <= SIZE_MAX / sizeof(uint32_t))
-            result = static_cast<uint32_t *>(vel_malloc(len * sizeof(uint32_t)));
-        if (result) {
-            resultlen = len;
-            error = convert(result, &resultlen, source, sourcelen);
-            VEL_ASSERT(error != VELURL_ERROR_TRUNCATED);
-            VEL_ASSERT(resultlen == len);
-        } else {
-            error = VEL_ERROR_NO_MEMORY;
-        }
+    if (len < SIZE_MAX / sizeof(uint32_t))
+        result = static_cast<uint32_t *>(vel_malloc((len + 1) * sizeof(uint32_t)));
+    if (!result)
+        return VEL_ERROR_NO_MEMORY;
+    if (error == VEL_ERROR_NONE) {
+        std::copy(room, room + len, result);
+    } else {
+        size_t resultlen = len;
+        error = convert(result, &resultlen, source, sourcelen);
+        VEL_ASSERT(error != VELURL_ERROR_TRUNCATED);
+        VEL_ASSERT(resultlen == len);
     }
+    result[len] = 0;
     *destptr = result;
-    *destlenptr = resultlen;
+    *destlenptr = len;
     return error;
 }
 

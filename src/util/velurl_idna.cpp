@@ -1,11 +1,11 @@
 #include <vellib/velurl.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include <vellib/velmalloc.h>
 #include <vellib/velpunycode.h>
-#include <vellib/velstrndup.h>
 
 #include "util/vellog_macros.h"
 #include "util/velurl_internal.h"
@@ -16,64 +16,53 @@
 static constexpr char vel_url_ace_prefix[] = "xn--";
 static constexpr size_t vel_url_ace_prefix_len = sizeof(vel_url_ace_prefix) - 1;
 
-/* Labels stand in an array that ends in NULL, which owns them. */
+/* The array of a host ends in a label without text. Behind it, in the same block, stands a copy of
+ * the host, cut into its labels. */
+struct vel_url_label {
+    const char *text;
+    char *converted; /* a block of its own; NULL while text is part of the host */
+};
 
-static size_t vel_url_array_size(char *const *array)
+static void vel_url_free_array(vel_url_label *labels)
 {
-    size_t size = 0;
-    while (array[size])
-        size++;
-    return size;
+    for (vel_url_label *label = labels; label->text; label++)
+        vel_free(label->converted);
+    vel_free(labels);
 }
 
-static void vel_url_free_array(char **array)
+/* Empty labels count. NULL is a lack of memory. */
+static vel_url_label *vel_url_split_string(const char *string, char separator)
 {
-    for (char **entry = array; *entry; entry++)
-        vel_free(*entry);
-    vel_free(array);
-}
-
-static size_t vel_url_count_tokens(const char *string, char separator)
-{
-    return static_cast<size_t>(std::count(string, string + strlen(string), separator)) + 1;
-}
-
-/* Empty tokens count. NULL is a lack of memory. */
-static char **vel_url_split_string(const char *string, char separator)
-{
-    const size_t count = vel_url_count_tokens(string, separator);
-    auto **tokens = static_cast<char **>(vel_cmalloc((count + 1) * sizeof(char *)));
-    if (!tokens)
+    const size_t len = strlen(string);
+    const auto count = static_cast<size_t>(std::count(string, string + len, separator)) + 1;
+    if (count >= (SIZE_MAX - len) / sizeof(vel_url_label) - 1)
         return nullptr;
+    const size_t arraysize = (count + 1) * sizeof(vel_url_label);
+    auto *labels = static_cast<vel_url_label *>(vel_cmalloc(arraysize + len + 1));
+    if (!labels)
+        return nullptr;
+    char *text = static_cast<char *>(static_cast<void *>(labels)) + arraysize;
+    memcpy(text, string, len + 1);
     for (size_t i = 0; i < count; i++) {
-        const char *end = strchr(string, separator);
-        if (!end)
-            end = string + strlen(string);
-        tokens[i] = vel_strndup(string, static_cast<size_t>(end - string));
-        if (!tokens[i]) {
-            vel_url_free_array(tokens);
-            return nullptr;
-        }
-        string = end + 1;
+        labels[i].text = text;
+        text = strchrnul(text, separator);
+        *text++ = '\0';
     }
-    return tokens;
+    return labels;
 }
 
-/* NULL is a lack of memory. There is at least one string. */
-static char *vel_url_join_strings(char *const *strings, char separator)
+/* NULL is a lack of memory. There is at least one label. */
+static char *vel_url_join_strings(const vel_url_label *labels, char separator)
 {
-    const size_t count = vel_url_array_size(strings);
-    size_t size = count; /* separators and the terminator */
-    for (size_t i = 0; i < count; i++)
-        size += strlen(strings[i]);
+    size_t size = 0; /* with a separator, or the terminator, behind each */
+    for (const vel_url_label *label = labels; label->text; label++)
+        size += strlen(label->text) + 1;
     auto *joined = static_cast<char *>(vel_malloc(size));
     if (!joined)
         return nullptr;
     char *dest = joined;
-    for (size_t i = 0; i < count; i++) {
-        const size_t len = strlen(strings[i]);
-        memcpy(dest, strings[i], len);
-        dest += len;
+    for (; labels->text; labels++) {
+        dest = stpcpy(dest, labels->text);
         *dest++ = separator;
     }
     dest[-1] = '\0';
@@ -119,32 +108,30 @@ static vel_error_t vel_url_decode_label(const char *label, char **result)
     return vel_punycode_decode(vel_url_strip_ace_prefix(label), result);
 }
 
-/* Converts the labels that need it, where they stand. */
-static vel_error_t vel_url_encode_decode_labels(char **labels, bool (*needs)(const char *label),
-                                                vel_error_t (*convert)(const char *label,
-                                                                       char **result))
+/* Converts the labels that need it. */
+static vel_error_t
+vel_url_encode_decode_labels(vel_url_label *labels, bool (*needs)(const char *label),
+                             vel_error_t (*convert)(const char *label, char **result))
 {
-    for (; *labels; labels++) {
-        if (!needs(*labels))
+    for (; labels->text; labels++) {
+        if (!needs(labels->text))
             continue;
-        char *converted;
-        const vel_error_t error = convert(*labels, &converted);
+        const vel_error_t error = convert(labels->text, &labels->converted);
         if (error != VEL_ERROR_NONE)
             return error;
-        vel_free(*labels);
-        *labels = converted;
+        labels->text = labels->converted;
     }
     return VEL_ERROR_NONE;
 }
 
-typedef vel_error_t vel_url_labels_function(char **labels);
+typedef vel_error_t vel_url_labels_function(vel_url_label *labels);
 
-static vel_error_t vel_url_encode_labels(char **labels)
+static vel_error_t vel_url_encode_labels(vel_url_label *labels)
 {
     return vel_url_encode_decode_labels(labels, vel_url_label_needs_encoding, vel_url_encode_label);
 }
 
-static vel_error_t vel_url_decode_labels(char **labels)
+static vel_error_t vel_url_decode_labels(vel_url_label *labels)
 {
     return vel_url_encode_decode_labels(labels, vel_url_label_needs_decoding, vel_url_decode_label);
 }
@@ -154,7 +141,7 @@ static vel_error_t vel_url_idna_host_conversion(const char *host,
                                                 char **result)
 {
     *result = nullptr;
-    char **labels = vel_url_split_string(host, '.');
+    vel_url_label *labels = vel_url_split_string(host, '.');
     if (!labels)
         return VEL_ERROR_NO_MEMORY;
     vel_error_t error = encode_decode_labels(labels);

@@ -123,6 +123,19 @@ TEST_P(VelpunycodeArray, Decodes)
     EXPECT_EQ(allocate<decoding>(ascii(GetParam().punycode)), expected);
 }
 
+/* Short results and long ones come about in different ways. */
+TEST(VelpunycodeVelurl, AllocatesForAnyLength)
+{
+    for (size_t len = 1; len <= 200; len++) {
+        points label(len, 'a');
+        label[len / 2] = 0xfc;
+        const converted punycode = convert<encoding>(label);
+        EXPECT_EQ(punycode.result, VEL_ERROR_NONE);
+        EXPECT_EQ(allocate<encoding>(label), punycode) << len;
+        EXPECT_EQ(allocate<decoding>(punycode.values), (converted{VEL_ERROR_NONE, label})) << len;
+    }
+}
+
 TEST_P(VelpunycodeArray, DecodesDigitsInUpperCase)
 {
     points upper = ascii(GetParam().punycode);
