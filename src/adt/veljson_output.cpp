@@ -21,25 +21,26 @@ struct veljsonoutput {
 
 /* ---- The buffer ---- */
 
+/* Doubles the buffer until len bytes more fit. Each size is asked for by itself, so that the line
+ * of a failure names the first that could not be had. */
 static vel_error_t vel_json_output_grow(veljsonoutput *output, size_t len)
 {
     VEL_ASSERT(len > 0);
 
-    size_t buflen = output->buflen;
-    while (len >= buflen - output->pos) {
-        if (buflen > vel_limit_max_size_t() / 2) {
-            VEL_LOG(6, "maximum buffer size %zu reached", buflen);
+    while (len >= output->buflen - output->pos) {
+        const size_t buflen = output->buflen * 2;
+        if (output->buflen > vel_limit_max_size_t() / 2) {
+            VEL_LOG(6, "maximum buffer size %zu reached", output->buflen);
             return VEL_ERROR_NO_MEMORY;
         }
-        buflen *= 2;
+        auto *const buf = static_cast<char *>(vel_realloc(output->buf, buflen));
+        if (!buf) {
+            VEL_LOG(7, "not enough memory for JSON output buffer (%zu bytes)", buflen);
+            return VEL_ERROR_NO_MEMORY;
+        }
+        output->buf = buf;
+        output->buflen = buflen;
     }
-    auto *const buf = static_cast<char *>(vel_realloc(output->buf, buflen));
-    if (!buf) {
-        VEL_LOG(7, "not enough memory for JSON output buffer (%zu bytes)", buflen);
-        return VEL_ERROR_NO_MEMORY;
-    }
-    output->buf = buf;
-    output->buflen = buflen;
     return VEL_ERROR_NONE;
 }
 

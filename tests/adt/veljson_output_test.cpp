@@ -240,7 +240,7 @@ TEST(VeljsonOutputBuffer, DoublesAndTheResultHasItsExactSize)
 
     const std::vector<size_t> larger = allocations_of_output(16380);
     EXPECT_EQ(larger.back(), 16380u + 6 + 1);
-    EXPECT_THAT(larger, testing::Contains(32760u));
+    EXPECT_THAT(larger, testing::IsSupersetOf({8190u, 16380u, 32760u}));
 }
 
 TEST(VeljsonOutputBuffer, LongTextsComeThroughWhole)
