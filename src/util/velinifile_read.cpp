@@ -6,6 +6,7 @@
 #include <vellib/velconvert.h>
 #include <vellib/velfile.h>
 #include <vellib/velmalloc.h>
+#include <vellib/velstrdup.h>
 #include <vellib/velstrdupf.h>
 #include <vellib/velstrstrip.h>
 
@@ -78,13 +79,17 @@ static void vel_inifile_trim_newline(velinifilespan *line)
         line->len--;
 }
 
-static vel_error_t vel_inifile_refuse(const velinifilereader *reader, const char *message)
+/* Logs nothing where one of the two parts of the line cannot be built. */
+static vel_error_t vel_inifile_refuse(const velinifilereader *reader, const char *fault)
 {
     char *prefix = vel_strdupf("Parse error at %s:%u: ", reader->filename, reader->line);
     if (prefix) {
-        VEL_LOG(6, "%s%s", prefix, message);
-        vel_free(prefix);
+        char *message = vel_strdup(fault);
+        if (message)
+            VEL_LOG(6, "%s%s", prefix, message);
+        vel_free(message);
     }
+    vel_free(prefix);
     return VEL_ERROR_INVALID_SYNTAX;
 }
 

@@ -222,6 +222,30 @@ TEST_F(VelinifileMemory, FaultWithoutMemoryForItsLine)
         << testing::PrintToString(outcomes);
 }
 
+TEST_F(VelinifileMemory, PrefixAndMessageOfAFaultAreBuiltEachByItself)
+{
+    support::write_file("in.ini", "b\n");
+    EXPECT_EQ(vel_inifile_create_from_file("in.ini", nullptr), nullptr);
+    EXPECT_EQ(log_.take().size(), 1u);
+    size_t total;
+    {
+        support::malloc_watch watch;
+        EXPECT_EQ(vel_inifile_create_from_file("in.ini", nullptr), nullptr);
+        total = support::malloc_watch::count();
+    }
+    EXPECT_EQ(log_.take().size(), 1u);
+
+    for (size_t number = total - 1; number <= total; number++) {
+        vel_error_t error = VEL_ERROR_NONE;
+        {
+            support::malloc_watch watch(number, number);
+            EXPECT_EQ(vel_inifile_create_from_file("in.ini", &error), nullptr);
+        }
+        EXPECT_EQ(error, VEL_ERROR_INVALID_SYNTAX) << number;
+        EXPECT_TRUE(log_.take().empty()) << number;
+    }
+}
+
 struct edit_case {
     std::string name;
     std::string text;
