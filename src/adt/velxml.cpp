@@ -519,9 +519,9 @@ void vel_xml_destroy(velxml *velxml)
 
 int vel_xml_parse(velxml *velxml, const char *xml)
 {
+    vel_xml_clear(velxml); /* asserts the handle, which comes before the text */
     VEL_ASSERT(xml != NULL);
 
-    vel_xml_clear(velxml); /* asserts the handle */
     const size_t len = strlen(xml);
     velxml->xml = vel_strndup(xml, len);
     if (!velxml->xml) {

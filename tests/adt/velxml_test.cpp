@@ -474,4 +474,5 @@ TEST(VelxmlDeathTest, Handles)
 {
     EXPECT_DEATH(vel_xml_destroy(nullptr), asserts("velxml != NULL", "vel_xml_destroy"));
     EXPECT_DEATH(vel_xml_parse(nullptr, "<a/>"), asserts("velxml != NULL", "vel_xml_clear"));
+    EXPECT_DEATH(vel_xml_parse(nullptr, nullptr), asserts("velxml != NULL", "vel_xml_clear"));
 }
