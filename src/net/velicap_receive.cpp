@@ -101,7 +101,9 @@ vel_error_t vel_icap_read_status_code(struct velicap *velicap)
 static vel_error_t vel_icap_append_raw_header(struct velicap *velicap, size_t length)
 {
     const uint64_t newlen = velicap->rawheaderslen + length;
-    auto *rawheaders = static_cast<char *>(vel_realloc(velicap->rawheaders, newlen));
+    /* The first block is not vel_realloc's, which failure injection leaves alone. */
+    auto *rawheaders = static_cast<char *>(
+        velicap->rawheaders ? vel_realloc(velicap->rawheaders, newlen) : vel_malloc(newlen));
     if (!rawheaders) {
         VEL_LOG(7, "not enough memory for raw ICAP response headers (%" PRIu64 " bytes)", newlen);
         vel_free(velicap->rawheaders);
