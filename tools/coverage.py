@@ -10,6 +10,7 @@ each by itself.
 tools/coverage_gaps.txt says why a gap is left. A gap without a reason fails, and so does a reason
 without a gap. With --list this prints the gaps, with their line numbers, that have no reason."""
 import collections
+import fnmatch
 import pathlib
 import re
 import subprocess
@@ -34,7 +35,7 @@ def merge(build):
         sys.exit(f"coverage: no profiles in {build}")
     listed, merged = build / "profiles.txt", build / "all.profdata"
     listed.write_text("\n".join(profiles))
-    tool("llvm-profdata", "merge", "--failure-mode=all", "-sparse", "-f", str(listed), "-o", str(merged))
+    tool("llvm-profdata", "merge", "--failure-mode=all", "--num-threads=1", "-sparse", "-f", str(listed), "-o", str(merged))
     return merged
 
 
@@ -134,6 +135,14 @@ def read_reasons():
     return reasons
 
 
+def reason_of(name, reasons):
+    """By the name, or by a pattern of names that may run or not."""
+    if name in reasons:
+        return reasons[name][0]
+    return next((reason for pattern, (reason, optional) in reasons.items()
+                 if optional and fnmatch.fnmatchcase(name, pattern)), None)
+
+
 def percent(part, whole):
     return f"{100 * part / whole:.1f} %" if whole else ""
 
@@ -157,7 +166,7 @@ def main():
     for source in sources.values():
         for gap in gaps_of(source):
             seen.add(gap.name)
-            reason = gap.own_reason(exported) or reasons.get(gap.name, [None])[0]
+            reason = gap.own_reason(exported) or reason_of(gap.name, reasons)
             if not reason:
                 bare.append(gap)
                 continue

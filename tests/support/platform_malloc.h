@@ -77,12 +77,12 @@ class malloc_watch {
     /* Notes an allocation of the given caller; whether it is to fail. */
     SUPPORT_UNCHECKED static bool note(size_t size, void *caller)
     {
-        if (!watching_)
+        if (!watching_ || looking_)
             return false;
-        watching_ = false; /* for what the look-up may allocate */
+        looking_ = true; /* the look-up may allocate, and another thread may meanwhile */
         Dl_info info;
         const bool own = dladdr(caller, &info) && strstr(info.dli_fname, "libvellib");
-        watching_ = true;
+        looking_ = false;
         if (!own)
             return false;
         if (count_ < std::size(sizes_))
@@ -94,6 +94,7 @@ class malloc_watch {
   private:
     friend class malloc_pause;
 
+    static inline thread_local bool looking_;
     static inline bool watching_;
     static inline size_t first_;
     static inline size_t last_;
