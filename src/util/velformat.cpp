@@ -77,41 +77,6 @@ static bool vel_format_put_variable(vel_format_output *output, const char *name,
     return true;
 }
 
-/* Puts a format that ends at i inside the variable that starts at start. */
-static void vel_format_put_unterminated(vel_format_output *output, const char *format, size_t start,
-                                        size_t i)
-{
-    if (output->buffer)
-        VEL_LOG(6, "unterminated variable '%s' in format string '%s'", format + start, format);
-    VEL_ASSERT(start < i);
-    vel_format_put(output, format + start - 1, i - start + 1);
-}
-
-static void vel_format_put_all(vel_format_output *output, const char *format, va_list arguments)
-{
-    size_t start = 0; /* of the name of the variable that is open; 0 is none */
-    size_t i = 0;
-    for (; format[i] != '\0'; i++) {
-        const char ch = format[i];
-        if (start == 0 && ch == '%') {
-            start = i + 1;
-        } else if (start == 0) {
-            vel_format_put(output, &ch, 1);
-        } else if (ch == '%' && start == i) {
-            start = 0;
-            VEL_ASSERT(ch == '%');
-            vel_format_put(output, &ch, 1);
-        } else if (ch == '%') {
-            VEL_ASSERT(start < i);
-            if (!vel_format_put_variable(output, format + start, i - start, format, arguments))
-                return;
-            start = 0;
-        }
-    }
-    if (start > 0)
-        vel_format_put_unterminated(output, format, start, i);
-}
-
 vel_error_t vel_format_internal(char *buffer, size_t *bufferlenptr, const char *format,
                                 va_list arguments)
 {
@@ -120,7 +85,30 @@ vel_error_t vel_format_internal(char *buffer, size_t *bufferlenptr, const char *
     VEL_ASSERT(format != NULL);
 
     vel_format_output output = {buffer, *bufferlenptr, 0, VEL_ERROR_NONE};
-    vel_format_put_all(&output, format, arguments);
+    size_t start = 0; /* of the name of the variable that is open; 0 is none */
+    size_t i = 0;
+    for (bool more = true; more && format[i] != '\0'; i++) {
+        const char ch = format[i];
+        if (start == 0 && ch == '%') {
+            start = i + 1;
+        } else if (start == 0) {
+            vel_format_put(&output, &ch, 1);
+        } else if (ch == '%' && start == i) {
+            start = 0;
+            VEL_ASSERT(ch == '%');
+            vel_format_put(&output, &ch, 1);
+        } else if (ch == '%') {
+            VEL_ASSERT(start < i);
+            more = vel_format_put_variable(&output, format + start, i - start, format, arguments);
+            start = 0;
+        }
+    }
+    if (start > 0) {
+        if (buffer)
+            VEL_LOG(6, "unterminated variable '%s' in format string '%s'", format + start, format);
+        VEL_ASSERT(start < i);
+        vel_format_put(&output, format + start - 1, i - start + 1);
+    }
     if (output.pos < output.bufferlen)
         buffer[output.pos] = '\0';
     else

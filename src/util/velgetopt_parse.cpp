@@ -31,23 +31,9 @@ static int vel_getopt_refuse_missing(velgetopt *velgetopt, const char *optiontex
     return vel_getopt_refuse(velgetopt, VEL_ERROR_INVALID_SYNTAX, optiontext, nullptr);
 }
 
-static int vel_getopt_process_string(velgetopt *velgetopt, velgetoptoption *option,
-                                     const char *optiontext, const char *value)
-{
-    if (!value)
-        return vel_getopt_refuse_missing(velgetopt, optiontext, 13);
-    VEL_ASSERT(option->data.conststringptr != NULL);
-    *option->data.conststringptr = value;
-    return 1;
-}
-
 static int vel_getopt_process_int(velgetopt *velgetopt, velgetoptoption *option,
                                   const char *optiontext, const char *value)
 {
-    if (!value)
-        return vel_getopt_refuse_missing(velgetopt, optiontext, 6);
-    VEL_ASSERT(option->data.intptr != NULL);
-
     int64_t number;
     const vel_error_t error = vel_strtoi64(value, &number);
     if (error == VEL_ERROR_INVALID_SYNTAX || error == VEL_ERROR_INCOMPLETE)
@@ -67,9 +53,6 @@ static int vel_getopt_process_int(velgetopt *velgetopt, velgetoptoption *option,
 static int vel_getopt_process_callback(velgetopt *velgetopt, velgetoptoption *option,
                                        const char *optiontext, const char *value)
 {
-    VEL_ASSERT(option->callback != NULL);
-    if (!value)
-        return vel_getopt_refuse_missing(velgetopt, optiontext, 13);
     const vel_error_t error = option->callback(value, option->data.context);
     if (error != VEL_ERROR_NONE)
         return vel_getopt_refuse(velgetopt, error, optiontext, value);
@@ -85,14 +68,24 @@ int vel_getopt_option_process(velgetopt *velgetopt, velgetoptoption *option, con
         (void)vel_getopt_usage_stdout(velgetopt);
         return 0;
     case VEL_GETOPT_TYPE_CONST_STRING:
-        return vel_getopt_process_string(velgetopt, option, optiontext, value);
+        if (!value)
+            return vel_getopt_refuse_missing(velgetopt, optiontext, 13);
+        VEL_ASSERT(option->data.conststringptr != NULL);
+        *option->data.conststringptr = value;
+        return 1;
     case VEL_GETOPT_TYPE_INT:
+        if (!value)
+            return vel_getopt_refuse_missing(velgetopt, optiontext, 6);
+        VEL_ASSERT(option->data.intptr != NULL);
         return vel_getopt_process_int(velgetopt, option, optiontext, value);
     case VEL_GETOPT_TYPE_FLAG_SET:
         VEL_ASSERT(option->data.intptr != NULL);
         *option->data.intptr = 1;
         return 0;
     case VEL_GETOPT_TYPE_STRING_CALLBACK:
+        VEL_ASSERT(option->callback != NULL);
+        if (!value)
+            return vel_getopt_refuse_missing(velgetopt, optiontext, 13);
         return vel_getopt_process_callback(velgetopt, option, optiontext, value);
     default:
         VEL_LOG(6, "unrecognized option type %d", option->optiontype);

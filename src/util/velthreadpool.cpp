@@ -133,8 +133,10 @@ static void *vel_threadpool_thread_func(void *arg)
 }
 
 /* Lets the workers that were started finish what is queued, and joins them. */
-static void vel_threadpool_end_workers(velthreadpool *pool)
+static void vel_threadpool_stop_internal(velthreadpool *pool)
 {
+    if (!pool || pool->state != VEL_THREADPOOL_STATE_RUNNING || !pool->threads)
+        return;
     vel_lockqueue_set_end(pool->input_queue);
     for (uint32_t i = 0; i < pool->params.num_threads; i++) {
         velthread *const thread = pool->threads[i].thread;
@@ -145,13 +147,6 @@ static void vel_threadpool_end_workers(velthreadpool *pool)
         vel_thread_destroy(thread);
         pool->threads[i].thread = nullptr;
     }
-}
-
-static void vel_threadpool_stop_internal(velthreadpool *pool)
-{
-    if (!pool || pool->state != VEL_THREADPOOL_STATE_RUNNING || !pool->threads)
-        return;
-    vel_threadpool_end_workers(pool);
     pool->state = VEL_THREADPOOL_STATE_STOPPED;
 }
 
@@ -169,7 +164,7 @@ static void vel_threadpool_destroy_thread_ctxs(const velthreadpool *pool)
     }
 }
 
-/* Takes any half-built state, but no worker may run. */
+/* Takes any half-built state. */
 static void vel_threadpool_destroy_internal(velthreadpool *pool)
 {
     if (!pool)
@@ -253,7 +248,7 @@ static vel_error_t vel_threadpool_build_threads(velthreadpool *pool)
     return result;
 }
 
-/* Builds the members in order. On failure no worker runs, and the caller destroys what there is. */
+/* Builds the members in order. On failure the caller destroys what there is. */
 static vel_error_t vel_threadpool_build(velthreadpool *pool, const velthreadpool_params *params)
 {
     vel_error_t result = vel_threadpool_build_queues(pool);
@@ -261,10 +256,9 @@ static vel_error_t vel_threadpool_build(velthreadpool *pool, const velthreadpool
         return result;
     pool->params = *params;
     result = vel_threadpool_build_threads(pool);
-    if (result == VEL_ERROR_NONE)
-        pool->state = VEL_THREADPOOL_STATE_RUNNING;
-    else if (pool->threads)
-        vel_threadpool_end_workers(pool); /* they wait in the queue that is about to go */
+    /* Also after a failure: the workers that run wait in the queue that is about to go, so the
+     * destroy has to stop them. */
+    pool->state = VEL_THREADPOOL_STATE_RUNNING;
     return result;
 }
 
@@ -286,12 +280,11 @@ velthreadpool *vel_threadpool_create(const velthreadpool_params *params, vel_err
         VEL_LOG(7, "failed to allocate pool structure");
         return nullptr;
     }
-    const vel_error_t result = vel_threadpool_build(pool, params);
-    if (result != VEL_ERROR_NONE) {
+    *error_out = vel_threadpool_build(pool, params);
+    if (*error_out != VEL_ERROR_NONE) {
         vel_threadpool_destroy_internal(pool);
         pool = nullptr;
     }
-    *error_out = result;
     return pool;
 }
 

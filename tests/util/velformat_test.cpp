@@ -294,5 +294,6 @@ TEST(VelformatDeathTest, FormatIsAsserted)
 TEST(VelformatDeathTest, PercentSignThatOpensNothing)
 {
     for (const char *text : {"%", "100%", "%%%", "%a%%"})
-        EXPECT_DEATH(format(text, {{"a", "1"}}), asserts("start < i")) << text;
+        EXPECT_DEATH(format(text, {{"a", "1"}}), asserts("start < i", "vel_format_internal"))
+            << text;
 }

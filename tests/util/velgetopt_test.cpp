@@ -512,8 +512,10 @@ TEST_F(VelgetoptDeathTest, DescriptionsAreAsserted)
 TEST_F(VelgetoptDeathTest, MissingCallbackIsAsserted)
 {
     ASSERT_EQ(vel_getopt_string_callback(options, "missing", 0, "b", "c", nullptr, nullptr), 0);
-    EXPECT_DEATH(parse({"--missing=x"}), asserts("option->callback != NULL"));
-    EXPECT_DEATH(parse({"--missing"}), asserts("option->callback != NULL"));
+    EXPECT_DEATH(parse({"--missing=x"}),
+                 asserts("option->callback != NULL", "vel_getopt_option_process"));
+    EXPECT_DEATH(parse({"--missing"}),
+                 asserts("option->callback != NULL", "vel_getopt_option_process"));
 }
 
 TEST_F(VelgetoptDeathTest, ParseAssertsItsArguments)

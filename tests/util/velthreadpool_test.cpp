@@ -705,7 +705,8 @@ TEST(VelthreadpoolDeathTest, Join)
         velthreadpool *pool = vel_threadpool_create(params.get(), nullptr);
         vel_threadpool_stop(pool);
     };
-    EXPECT_DEATH(stop_with_failed_join(), support::asserts("res == 0"));
+    EXPECT_DEATH(stop_with_failed_join(),
+                 support::asserts("res == 0", "vel_threadpool_stop_internal"));
 }
 
 } // namespace
