@@ -17,7 +17,8 @@ static constexpr size_t vel_gethostname_bufferlen = 257;
 static char *vel_gethostname_into(char *buffer)
 {
     if (gethostname(buffer, vel_gethostname_bufferlen) != 0) {
-        VEL_LOG(7, "gethostname() failed: errno %d", errno);
+        const int platformerrno = errno;
+        VEL_LOG(7, "gethostname() failed: errno %d", platformerrno);
         return nullptr;
     }
     /* The platform need not terminate a name that it cut. */

@@ -79,7 +79,8 @@ int vel_test_summary_xml(veltest *veltest, const char *filename, const vel_test_
 
     FILE *out = veltest->append ? vel_file_append_ascii(filename) : vel_file_create_ascii(filename);
     if (!out) {
-        VEL_LOG(7, "unable to open file '%s' for writing, error %d", filename, errno);
+        const int platformerrno = errno;
+        VEL_LOG(7, "unable to open file '%s' for writing, error %d", filename, platformerrno);
         return -1;
     }
     const int result = vel_test_summary_xml_suite(out, veltest, counts);

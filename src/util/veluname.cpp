@@ -29,7 +29,8 @@ char *vel_uname_nodename(void)
 {
     utsname names;
     if (uname(&names) < 0) {
-        VEL_LOG(7, "uname() failed, errno %d", errno);
+        const int platformerrno = errno;
+        VEL_LOG(7, "uname() failed, errno %d", platformerrno);
         return nullptr;
     }
     char *nodename = vel_strdup(names.nodename);
@@ -55,7 +56,8 @@ char *vel_uname_architecture(void)
 {
     utsname names;
     if (uname(&names) < 0) {
-        VEL_LOG(6, "uname() failed, errno %d", errno);
+        const int platformerrno = errno;
+        VEL_LOG(6, "uname() failed, errno %d", platformerrno);
         return nullptr;
     }
     char *machine = vel_strdup(names.machine);

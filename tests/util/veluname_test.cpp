@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
+#include <pthread.h>
 #include <string>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <vellib/vellog.h>
 #include <vellib/velmalloc.h>
 
 #include "support/allocfail.h"
@@ -79,6 +81,16 @@ int gethostname(char *name, size_t size) noexcept
     memset(name, '?', size);
     memcpy(name, system->hostname.c_str(), std::min(size, system->hostname.size() + 1));
     return 0;
+}
+
+/* A lock may leave any errno behind, as all that succeeds may. */
+int pthread_mutex_lock(pthread_mutex_t *mutex) noexcept
+{
+    const int result =
+        support::platform_function<int(pthread_mutex_t *)>("pthread_mutex_lock")(mutex);
+    if (fake_system::active)
+        errno = EBUSY;
+    return result;
 }
 
 } // extern "C"
@@ -179,6 +191,15 @@ TEST_P(VelunameCase, GivesItsField)
 
 TEST_P(VelunameCase, FailureOfPlatform)
 {
+    system.error = EFAULT;
+    EXPECT_EQ(taken(GetParam().function()), std::nullopt);
+    EXPECT_EQ(log.take(), GetParam().failure);
+}
+
+/* The line has the errno of the call, and not one that the log's own lock leaves. */
+TEST_P(VelunameCase, FailureOfPlatformWithThreadedLog)
+{
+    ASSERT_EQ(vel_log_init_threaded(), 0);
     system.error = EFAULT;
     EXPECT_EQ(taken(GetParam().function()), std::nullopt);
     EXPECT_EQ(log.take(), GetParam().failure);
