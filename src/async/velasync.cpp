@@ -137,7 +137,9 @@ void vel_async_poll(velasync *velasync)
 {
     VEL_ASSERT(velasync != NULL);
 
-    const int64_t value = vel_async_get_timeout_ms(velasync); /* -1 stays negative below */
+    int64_t value = vel_async_get_timeout_ms(velasync); /* -1 stays negative below */
+    if (value < 0 && velasync->watchedcount == 0)
+        value = 0; /* whatever the queue thinks of descriptors that were closed */
     struct timespec time;
     time.tv_sec = static_cast<time_t>(value / 1000);
     time.tv_nsec = static_cast<long>(value % 1000 * 1000000);

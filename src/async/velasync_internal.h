@@ -10,6 +10,7 @@ struct velasync {
     velasyncoperations *operations; /* owned, as are the next two */
     velasynctimeout *timeout;
     velasyncsocket *socket;
+    size_t watchedcount; /* registrations that the queue took and that were not ended */
 };
 
 #endif

@@ -15,6 +15,7 @@
 struct velasyncsocketwatch {
     vel_async_socket_cb *callback; /* NULL if the direction is not registered */
     void *context;
+    const velasync *watchedby; /* the loop that counts it as watched, or NULL */
 };
 
 struct velasyncsocketitem {
@@ -177,6 +178,24 @@ static int vel_async_socket_change(velasync *velasync, int eventhandle, int s,
     return 0;
 }
 
+/* The loop counts what is watched by itself: the queue cannot tell the end of a descriptor that was
+ * closed before from the end of one that it never had. */
+static void vel_async_socket_count_in(velasync *velasync, velasyncsocketwatch *watch)
+{
+    if (watch->watchedby == velasync)
+        return;
+    watch->watchedby = velasync;
+    velasync->watchedcount++;
+}
+
+static void vel_async_socket_count_out(velasync *velasync, velasyncsocketwatch *watch)
+{
+    if (watch->watchedby != velasync)
+        return;
+    watch->watchedby = nullptr;
+    velasync->watchedcount--;
+}
+
 static vel_error_t vel_async_socket_register(velasync *velasync, velasyncsocket *velasyncsocket,
                                              int eventhandle, int s,
                                              const vel_async_socket_direction &direction,
@@ -187,11 +206,15 @@ static vel_error_t vel_async_socket_register(velasync *velasync, velasyncsocket 
         VEL_LOG(7, "unable to create socket item");
         return VEL_ERROR_NO_MEMORY;
     }
-    item->watches[direction.filter] = {callback, context};
+    velasyncsocketwatch *watch = &item->watches[direction.filter];
+    watch->callback = callback;
+    watch->context = context;
     const int platformerrno =
         vel_async_socket_change(velasync, eventhandle, s, direction.filter, true);
-    if (platformerrno == 0)
+    if (platformerrno == 0) {
+        vel_async_socket_count_in(velasync, watch);
         return VEL_ERROR_NONE;
+    }
     /* The callback stays, and the descriptor counts as registered. */
     VEL_LOG(6, "kevent() %s failed, errno %d", direction.filtername, platformerrno);
     return VEL_ERROR_GENERIC;
@@ -210,12 +233,17 @@ static vel_error_t vel_async_socket_unregister(velasync *velasync, velasyncsocke
         VEL_LOG(6, "socket %d was not registered for %s", s, direction.gerund);
         return VEL_ERROR_NOT_FOUND;
     }
-    item->watches[direction.filter] = {};
+    item->watches[direction.filter].callback = nullptr;
+    item->watches[direction.filter].context = nullptr;
     const bool partial = item->watches[1 - direction.filter].callback != nullptr;
-    if (!partial)
+    const vel_eventfilter filter = partial ? direction.partialfilter : direction.filter;
+    vel_async_socket_count_out(velasync, &item->watches[filter]);
+    if (!partial) {
+        /* The other one may stand in the queue still, but nobody waits for it. */
+        vel_async_socket_count_out(velasync, &item->watches[1 - filter]);
         vel_async_socket_item_destroy(velasyncsocket, s);
-    const int platformerrno = vel_async_socket_change(
-        velasync, eventhandle, s, partial ? direction.partialfilter : direction.filter, false);
+    }
+    const int platformerrno = vel_async_socket_change(velasync, eventhandle, s, filter, false);
     if (platformerrno == 0)
         return VEL_ERROR_NONE;
     VEL_LOG(6, "kevent() %s EV_DELETE failed, errno %d",
