@@ -391,7 +391,6 @@ def overview_page(all_headers, known):
         heading("SYNOPSIS"), ".nf", ".B #include <vellib/vellib.h>", ".PP",
         ".B cc $(pkg\\-config \\-\\-cflags \\-\\-libs vellib) \\&...", ".fi",
         heading("DESCRIPTION"),
-        "What holds for every function stands here; the page of a function says what is its own.\n"
         "Each header has a page, and may be included alone.",
         render_markdown((ROOT / "docs/api.md").read_text(), known),
         heading("HEADERS"), "\n".join(listed),
