@@ -17,11 +17,14 @@ VEL_DECLARATIONS_BEGIN
 
 /* Creates a handle that is in no list.
  *
+ * cancel_callback  what vel_async_handle_cancel calls; NULL only if that is never called.
+ * context          what the callback gets.
+ *
  * Returns the handle, for vel_async_handle_destroy, or NULL, logged, if there is not enough
  * memory. */
 VEL_API velasyncop *vel_async_handle_create(vel_async_cancel_cb *cancel_callback, void *context);
 
-/* Frees a handle, which must be in no list. */
+/* Frees a handle, which must be in no list. Neither calls the callback nor frees its context. */
 VEL_API void vel_async_handle_destroy(velasyncop *velasyncop);
 
 /* Adds a handle at the end of a list. */

@@ -98,36 +98,37 @@ VEL_API void vel_handle_destroy(velhandle *velhandle);
 /* Sets how the transport releases its context. NULL, as on a new handle, means not at all. */
 VEL_API void vel_handle_set_destroy_callback(velhandle *velhandle, vel_handle_destroy_cb *callback);
 
-/* Sets how the transport begins a connect. NULL, here and below, and as on a new handle, means
- * that the operation is not supported. */
+/* Sets how the transport begins a connect. NULL, as on a new handle, means that it cannot. */
 VEL_API void vel_handle_set_connect_callback(velhandle *velhandle, vel_handle_connect_cb *callback);
 
-/* Sets how the transport waits for a connect. */
+/* Sets how the transport waits for a connect. NULL, as on a new handle, means that it cannot. */
 VEL_API void vel_handle_set_connect_wait_callback(velhandle *velhandle,
                                                   vel_handle_connect_wait_cb *callback);
 
-/* Sets how the transport reads. */
+/* Sets how the transport reads. NULL, as on a new handle, means that it cannot. */
 VEL_API void vel_handle_set_read_callback(velhandle *velhandle, vel_handle_read_cb *callback);
 
-/* Sets how the transport writes. */
+/* Sets how the transport writes. NULL, as on a new handle, means that it cannot. */
 VEL_API void vel_handle_set_write_callback(velhandle *velhandle, vel_handle_write_cb *callback);
 
-/* Sets how the transport waits until it can write. */
+/* Sets how the transport waits until it can write. NULL, as on a new handle, means that it cannot: a
+ * write that would block ends then. */
 VEL_API void vel_handle_set_poll_write_callback(velhandle *velhandle,
                                                 vel_handle_poll_write_cb *callback);
 
-/* Sets how the transport finds its port. */
+/* Sets how the transport finds its port. NULL, as on a new handle, means that it cannot. */
 VEL_API void vel_handle_set_local_port_callback(velhandle *velhandle,
                                                 vel_handle_local_port_cb *callback);
 
-/* Sets how the transport finds the address of its peer. */
+/* Sets how the transport finds the address of its peer. NULL, as on a new handle, means that it
+ * cannot. */
 VEL_API void vel_handle_set_peer_name_callback(velhandle *velhandle,
                                                vel_handle_peer_name_cb *callback);
 
-/* Sets how the transport accepts a connection. */
+/* Sets how the transport accepts a connection. NULL, as on a new handle, means that it cannot. */
 VEL_API void vel_handle_set_accept_callback(velhandle *velhandle, vel_handle_accept_cb *callback);
 
-/* Sets how the transport is woken up. */
+/* Sets how the transport is woken up. NULL, as on a new handle, means that it cannot be. */
 VEL_API void vel_handle_set_wakeup_callback(velhandle *velhandle, vel_handle_wakeup_cb *callback);
 
 /* Sets the transport's private data, which the handle never frees. */

@@ -224,7 +224,8 @@ VEL_API void vel_http_set_upload_progress_callback(velhttp *velhttp, vel_http_pr
 VEL_API void vel_http_set_download_progress_callback(velhttp *velhttp,
                                                      vel_http_progress_cb *callback, void *context);
 
-/* Sets both progress functions. */
+/* Sets both progress functions; NULL for none. The notes on
+ * vel_http_set_upload_progress_callback say why one alone is not enough. */
 VEL_API void vel_http_set_progress_callbacks(velhttp *velhttp, vel_http_progress_cb *uploadcallback,
                                              void *uploadcontext,
                                              vel_http_progress_cb *downloadcallback,
@@ -322,7 +323,8 @@ VEL_API vel_error_t vel_http_generic_get_url_to_file(const char *url, const char
                                                      vel_http_create_cb *createfunc);
 
 /* From here on: for backends. A constructor of a backend calls vel_http_generic_create, keeps its
- * own record with vel_http_set_context, and sets the callbacks that it has. */
+ * own record with vel_http_set_context, and sets the callbacks that it has. What is about the active
+ * request logs at level 6 that there is none, unless it must exist. */
 
 /* Creates a context without a backend.
  *
@@ -330,25 +332,30 @@ VEL_API vel_error_t vel_http_generic_get_url_to_file(const char *url, const char
  * logged. */
 VEL_API velhttp *vel_http_generic_create(void);
 
-/* Stores the record of the backend. */
+/* Stores the record of the backend, NULL at first. It goes to the destroy callback, and is never
+ * freed otherwise. */
 VEL_API void vel_http_set_context(velhttp *velhttp, void *context);
 
-/* Gives the record of the backend. */
+/* Gives the record of the backend, or NULL. */
 VEL_API void *vel_http_get_context(velhttp *velhttp);
 
-/* Sets the function that is called first when the context is destroyed. */
+/* Sets the function that is called first when the context is destroyed. NULL, as at first, for
+ * none. */
 VEL_API void vel_http_set_destroy_callback(velhttp *velhttp, vel_http_destroy_cb *callback);
 
-/* Sets the function that is called first in vel_http_reset. */
+/* Sets the function that is called first in vel_http_reset. NULL, as at first, for none. */
 VEL_API void vel_http_set_reset_callback(velhttp *velhttp, vel_http_reset_cb *callback);
 
-/* Sets the function that takes a URL. */
+/* Sets the function that takes a URL. Without one, by default or with NULL, vel_http_set_url gives
+ * VEL_ERROR_UNSUPPORTED. */
 VEL_API void vel_http_set_url_callback(velhttp *velhttp, vel_http_url_cb *callback);
 
-/* Sets the function that does an exchange. */
+/* Sets the function that does an exchange. Without one, by default or with NULL, vel_http_perform
+ * gives VEL_ERROR_UNSUPPORTED. */
 VEL_API void vel_http_set_perform_callback(velhttp *velhttp, vel_http_perform_cb *callback);
 
-/* Sets the function that starts a transfer. */
+/* Sets the function that starts a transfer. Without one, by default or with NULL,
+ * vel_http_perform_async gives VEL_ERROR_UNSUPPORTED. */
 VEL_API void vel_http_set_perform_async_callback(velhttp *velhttp,
                                                  vel_http_perform_async_cb *callback);
 
@@ -368,23 +375,23 @@ VEL_API const void *vel_http_get_request_body(velhttp *velhttp, size_t *bodylenp
 
 /* Gives the proxy of the active request. The text stays the request's.
  *
- * hostnameptr  receives NULL without a proxy; may be NULL.
- * portptr      may be NULL. */
+ * hostnameptr  receives NULL without a proxy or an active request; may be NULL.
+ * portptr      receives 0 then; may be NULL. */
 VEL_API void vel_http_get_proxy(velhttp *velhttp, const char **hostnameptr, unsigned int *portptr);
 
 /* Gives the user and the password for the proxy of the active request. The texts stay the
  * request's.
  *
- * userptr      receives NULL without a user; may be NULL.
- * passwordptr  may be NULL. */
+ * userptr      receives NULL without a user or an active request; may be NULL.
+ * passwordptr  receives NULL then; may be NULL. */
 VEL_API void vel_http_get_proxy_auth(velhttp *velhttp, const char **userptr,
                                      const char **passwordptr);
 
 /* Gives the file and the directory of trusted certificates of the active request. The texts stay
  * the request's.
  *
- * filenameptr  may be NULL.
- * pathptr      may be NULL. */
+ * filenameptr  receives NULL if none is set, or without an active request; may be NULL.
+ * pathptr      as filenameptr. */
 VEL_API void vel_http_get_ca_information(velhttp *velhttp, const char **filenameptr,
                                          const char **pathptr);
 
@@ -394,13 +401,14 @@ VEL_API void vel_http_get_ca_information(velhttp *velhttp, const char **filename
  * Returns 1 or 0. Logs nothing. */
 VEL_API int vel_http_is_system_ca_enabled(velhttp *velhttp);
 
-/* Gives the idle limit of the active request. */
+/* Gives the idle limit of the active request, negative seconds for none; 0 and 0 without an active
+ * request. */
 VEL_API void vel_http_get_idle_timeout(velhttp *velhttp, int *secondsptr,
                                        unsigned int *microsecondsptr);
 
-/* Tells whether the active request is to end.
+/* Tells whether the active request is to end, which a backend then does with VEL_ERROR_CANCELED.
  *
- * Returns 1 or 0. */
+ * Returns 1 or 0; 0 without an active request. */
 VEL_API int vel_http_is_aborted(velhttp *velhttp);
 
 /* Stores the status code of the active request, which must exist. */
@@ -427,7 +435,7 @@ VEL_API vel_error_t vel_http_write_response_header(velhttp *velhttp, const char 
  * active request. A failure of its own is logged. */
 VEL_API vel_error_t vel_http_write_response_body(velhttp *velhttp, const void *data, size_t size);
 
-/* Drops the headers and the body of the response so far. */
+/* Drops the headers and the body of the response so far of the active request, if there is one. */
 VEL_API void vel_http_reset_response(velhttp *velhttp);
 
 /* Checks the time limits of the active request. A backend calls it before each wait.
@@ -450,19 +458,23 @@ VEL_API vel_error_t vel_http_timeout_check(velhttp *velhttp, int *secondsptr,
 VEL_API void vel_http_timeout_reset(velhttp *velhttp, int *secondsptr,
                                     unsigned int *microsecondsptr);
 
-/* Starts the idle limit of the active request again, after something was sent or received. */
+/* Starts the idle limit of the active request again, if there is one. A backend calls it after
+ * something was sent or received. */
 VEL_API void vel_http_reset_idle_timeout(velhttp *velhttp);
 
-/* Calls the upload progress callback if there is one and its tick is due. */
+/* Calls the upload progress callback of the active request if there is one and its tick, of about a
+ * second, is due. If the callback wants to abort the transfer, vel_http_is_aborted tells. */
 VEL_API void vel_http_progress_upload_check(velhttp *velhttp);
 
-/* Calls the upload progress callback if there is one. */
+/* Calls the upload progress callback of the active request if there is one, whether its tick is due or
+ * not. If the callback wants to abort the transfer, vel_http_is_aborted tells. */
 VEL_API void vel_http_progress_upload_force(velhttp *velhttp);
 
-/* Calls the download progress callback if there is one and its tick is due. */
+/* Does for the download what vel_http_progress_upload_check does for the upload. */
 VEL_API void vel_http_progress_download_check(velhttp *velhttp);
 
-/* Calls the download progress callback if there is one. */
+/* Does for the download what vel_http_progress_upload_force does for the upload. A backend calls it at
+ * the end of the body. */
 VEL_API void vel_http_progress_download_force(velhttp *velhttp);
 
 /* Answers a final response of status 407 by adding a "proxy-authorization" header to the request,

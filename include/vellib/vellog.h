@@ -77,7 +77,8 @@ VEL_API void vel_log_destroy(vellog *log);
  * Returns 0, or -1 with nothing changed if the level is out of range. */
 VEL_API int vel_log_syslog_map(vellog *log, int level, int priority);
 
-/* Sets the function and the context of the callback sink, which stays off or on as it was.
+/* Sets the function and the context of the callback sink, which stays off or on as it was. NULL, as
+ * at first, is no function.
  * Note: with the sink on and no function set, every message counts as not delivered. */
 VEL_API void vel_log_callback_set(vellog *log, vel_log_cb *callback, void *context);
 
