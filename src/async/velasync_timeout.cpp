@@ -184,6 +184,8 @@ void vel_async_timeout_get_us(velasynctimeout *timeout, int *secondsptr,
                               unsigned int *microsecondsptr)
 {
     VEL_ASSERT(timeout != NULL);
+    VEL_ASSERT(secondsptr != NULL);
+    VEL_ASSERT(microsecondsptr != NULL);
 
     *secondsptr = -1;
     *microsecondsptr = 0;

@@ -78,6 +78,7 @@ vel_error_t vel_icap_set_encapsulated_part(struct velicap *velicap, unsigned int
 {
     VEL_ASSERT(velicap != NULL);
     VEL_ASSERT(kind < VEL_ICAP_ENCAPSULATED_GEN_NUMTYPES);
+    VEL_ASSERT(data != NULL || size == 0);
 
     velicappart *part = &velicap->encapsulated[kind];
     const vel_error_t error = vel_icap_store_part(part, data, size);

@@ -452,6 +452,10 @@ TEST_F(VelasyncTimeoutDeathTest, Arguments)
                  asserts("timeout != NULL", "vel_async_timeout_destroy"));
     EXPECT_DEATH(vel_async_timeout_get_us(nullptr, &seconds, &microseconds),
                  asserts("timeout != NULL", "vel_async_timeout_get_us"));
+    EXPECT_DEATH(vel_async_timeout_get_us(queue_, nullptr, nullptr),
+                 asserts("secondsptr != NULL", "vel_async_timeout_get_us"));
+    EXPECT_DEATH(vel_async_timeout_get_us(queue_, &seconds, nullptr),
+                 asserts("microsecondsptr != NULL", "vel_async_timeout_get_us"));
     EXPECT_DEATH(vel_async_timeout_process(nullptr),
                  asserts("timeout != NULL", "vel_async_timeout_process"));
     EXPECT_DEATH(vel_async_timeout_add_us(queue_, -1, 1000000, nullptr, nullptr),

@@ -358,6 +358,10 @@ TEST_F(VelicapDeathTest, Arguments)
     char *text;
     size_t size;
     EXPECT_DEATH((void)vel_icap_set_url(icap, nullptr), asserts("url != NULL", "vel_icap_set_url"));
+    for (auto set : {vel_icap_set_request_headers, vel_icap_set_request_body}) {
+        EXPECT_EQ(set(icap, nullptr, 0), VEL_ERROR_NONE);
+        EXPECT_DEATH((void)set(icap, nullptr, 1), asserts("data != NULL || size == 0"));
+    }
     EXPECT_DEATH((void)vel_icap_set_response_headers(icap, nullptr, 1),
                  asserts("reshdr != NULL", "vel_icap_set_response_headers"));
     EXPECT_DEATH((void)vel_icap_set_response_headers(icap, "x", 0),
