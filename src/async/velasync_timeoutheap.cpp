@@ -3,23 +3,18 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <utility>
 
 #include <vellib/velmalloc.h>
 
 static constexpr size_t vel_async_timeoutheap_children = 4;
+/* The first three levels: what comes there will soon be first, and its node be looked at. */
+static constexpr size_t vel_async_timeoutheap_soon = 1 + 4 + 4 * 4;
 
 static bool vel_async_timeoutheap_before(const velasynctimeoutentry &a,
                                          const velasynctimeoutentry &b)
 {
     return a.deadline < b.deadline || (a.deadline == b.deadline && a.sequence < b.sequence);
-}
-
-static void vel_async_timeoutheap_put(velasynctimeoutheap *heap, size_t position,
-                                      const velasynctimeoutentry &entry)
-{
-    heap->entries[position] = entry;
-    if (entry.node)
-        entry.node->position = position;
 }
 
 /* Puts an entry at a free position or above, moving what comes after it down. */
@@ -30,10 +25,10 @@ static void vel_async_timeoutheap_rise(velasynctimeoutheap *heap, size_t positio
         const size_t parent = (position - 1) / vel_async_timeoutheap_children;
         if (!vel_async_timeoutheap_before(entry, heap->entries[parent]))
             break;
-        vel_async_timeoutheap_put(heap, position, heap->entries[parent]);
+        heap->entries[position] = heap->entries[parent];
         position = parent;
     }
-    vel_async_timeoutheap_put(heap, position, entry);
+    heap->entries[position] = entry;
 }
 
 /* Puts an entry at a free position or below, moving what comes before it up. */
@@ -51,10 +46,19 @@ static void vel_async_timeoutheap_sink(velasynctimeoutheap *heap, size_t positio
         }
         if (!vel_async_timeoutheap_before(heap->entries[child], entry))
             break;
-        vel_async_timeoutheap_put(heap, position, heap->entries[child]);
+        heap->entries[position] = heap->entries[child];
+        if (position < vel_async_timeoutheap_soon)
+            __builtin_prefetch(heap->nodes[heap->entries[position].slot]);
         position = child;
     }
-    vel_async_timeoutheap_put(heap, position, entry);
+    heap->entries[position] = entry;
+}
+
+/* Shares out the slots, of which each entry in use has one. */
+static void vel_async_timeoutheap_share_out(velasynctimeoutheap *heap)
+{
+    for (size_t slot = heap->count; slot < heap->capacity; slot++)
+        heap->entries[slot].slot = slot;
 }
 
 velasynctimeoutheap *vel_async_timeoutheap_create()
@@ -62,52 +66,17 @@ velasynctimeoutheap *vel_async_timeoutheap_create()
     auto *heap = static_cast<velasynctimeoutheap *>(vel_cmalloc(sizeof(velasynctimeoutheap)));
     if (!heap)
         return nullptr;
-    heap->entries = heap->few;
-    heap->capacity = std::size(heap->few);
+    heap->entries = heap->fewentries;
+    heap->nodes = heap->fewnodes;
+    heap->capacity = std::size(heap->fewentries);
+    vel_async_timeoutheap_share_out(heap);
     return heap;
-}
-
-/* Frees the array, if it is one of its own. */
-static void vel_async_timeoutheap_release(velasynctimeoutheap *heap)
-{
-    if (heap->entries != heap->few)
-        vel_free(heap->entries);
 }
 
 void vel_async_timeoutheap_destroy(velasynctimeoutheap *heap)
 {
-    vel_async_timeoutheap_release(heap);
+    vel_free(heap->block);
     vel_free(heap);
-}
-
-bool vel_async_timeoutheap_reserve(velasynctimeoutheap *heap)
-{
-    if (heap->count < heap->capacity)
-        return true;
-    /* The entries stand in memory already, so twice their size does not overflow. */
-    const size_t size = heap->capacity * sizeof(velasynctimeoutentry);
-    auto *entries = static_cast<velasynctimeoutentry *>(vel_malloc(2 * size));
-    if (!entries)
-        return false;
-    memcpy(entries, heap->entries, size);
-    vel_async_timeoutheap_release(heap);
-    heap->entries = entries;
-    heap->capacity *= 2;
-    return true;
-}
-
-void vel_async_timeoutheap_add(velasynctimeoutheap *heap, velasynctimeoutnode *node)
-{
-    const int64_t deadline =
-        static_cast<int64_t>(node->seconds) * (int64_t{1} << 32) + node->micros;
-    vel_async_timeoutheap_rise(heap, heap->count++, {deadline, heap->sequence++, node});
-}
-
-static void vel_async_timeoutheap_remove_first(velasynctimeoutheap *heap)
-{
-    const velasynctimeoutentry last = heap->entries[--heap->count];
-    if (heap->count > 0)
-        vel_async_timeoutheap_sink(heap, 0, last);
 }
 
 /* Drops the entries without a node, and makes a heap of the others. */
@@ -115,8 +84,8 @@ static void vel_async_timeoutheap_compact(velasynctimeoutheap *heap)
 {
     size_t count = 0;
     for (size_t i = 0; i < heap->count; i++) {
-        if (heap->entries[i].node)
-            vel_async_timeoutheap_put(heap, count++, heap->entries[i]);
+        if (heap->nodes[heap->entries[i].slot])
+            std::swap(heap->entries[count++], heap->entries[i]);
     }
     heap->count = count;
     heap->vacantcount = 0;
@@ -126,14 +95,66 @@ static void vel_async_timeoutheap_compact(velasynctimeoutheap *heap)
     }
 }
 
+bool vel_async_timeoutheap_reserve(velasynctimeoutheap *heap)
+{
+    if (heap->count == heap->capacity && heap->vacantcount > heap->count / 2)
+        vel_async_timeoutheap_compact(heap);
+    if (heap->count < heap->capacity)
+        return true;
+    /* As much stands in memory already, so twice the size does not overflow. */
+    const size_t entriessize = heap->capacity * sizeof(velasynctimeoutentry);
+    const size_t nodessize = heap->capacity * sizeof(velasynctimeoutnode *);
+    void *block = vel_malloc(2 * (entriessize + nodessize));
+    if (!block)
+        return false;
+    auto *entries = static_cast<velasynctimeoutentry *>(block);
+    auto *nodes = reinterpret_cast<velasynctimeoutnode **>(entries + 2 * heap->capacity);
+    memcpy(entries, heap->entries, entriessize);
+    memcpy(nodes, heap->nodes, nodessize);
+    vel_free(heap->block);
+    heap->block = block;
+    heap->entries = entries;
+    heap->nodes = nodes;
+    heap->capacity *= 2;
+    vel_async_timeoutheap_share_out(heap);
+    return true;
+}
+
+void vel_async_timeoutheap_add(velasynctimeoutheap *heap, velasynctimeoutnode *node)
+{
+    const int64_t deadline =
+        static_cast<int64_t>(node->seconds) * (int64_t{1} << 32) + node->micros;
+    node->slot = heap->entries[heap->count].slot;
+    heap->nodes[node->slot] = node;
+    vel_async_timeoutheap_rise(heap, heap->count++, {deadline, heap->sequence++, node->slot});
+}
+
+/* Drops the first entry. Its slot is free. */
+static void vel_async_timeoutheap_drop_first(velasynctimeoutheap *heap)
+{
+    const size_t slot = heap->entries[0].slot;
+    const velasynctimeoutentry last = heap->entries[--heap->count];
+    heap->entries[heap->count].slot = slot;
+    if (heap->count > 0)
+        vel_async_timeoutheap_sink(heap, 0, last);
+}
+
 void vel_async_timeoutheap_remove(velasynctimeoutheap *heap, velasynctimeoutnode *node)
 {
-    heap->entries[node->position].node = nullptr;
+    heap->nodes[node->slot] = nullptr;
     heap->vacantcount++;
-    while (heap->count > 0 && !heap->entries[0].node) {
-        vel_async_timeoutheap_remove_first(heap);
-        heap->vacantcount--;
-    }
+}
+
+velasynctimeoutnode *vel_async_timeoutheap_first(velasynctimeoutheap *heap)
+{
     if (heap->vacantcount > heap->count / 2)
         vel_async_timeoutheap_compact(heap);
+    while (heap->count > 0) {
+        velasynctimeoutnode *node = heap->nodes[heap->entries[0].slot];
+        if (node)
+            return node;
+        vel_async_timeoutheap_drop_first(heap);
+        heap->vacantcount--;
+    }
+    return nullptr;
 }
