@@ -36,8 +36,8 @@ VEL_API velasync *vel_async_create(void);
  * callbacks with VEL_ERROR_CANCELED and then aborts. Cancel all, and process, before. */
 VEL_API void vel_async_destroy(velasync *velasync);
 
-/* Returns a descriptor that is readable while a registered one is ready. Wait on it in any way, and
- * do nothing else with it. */
+/* Returns a descriptor that is readable while a registered one is ready, the same one at each call, or
+ * -1 if the kernel has no room for it. Wait on it in any way, and do nothing else with it. */
 VEL_API int vel_async_get_native_handle(velasync *velasync);
 
 /* Registers a timeout.

@@ -61,7 +61,7 @@ int vel_async_get_native_handle(velasync *velasync)
 {
     VEL_ASSERT(velasync != NULL);
 
-    return velasync->eventqueue.descriptor;
+    return vel_eventqueue_handle(&velasync->eventqueue);
 }
 
 velasyncop *vel_async_register_timeout_ms(velasync *velasync, unsigned int milliseconds,

@@ -24,13 +24,14 @@ struct vel_event {
 /* What is watched with one filter, where the mechanism has a set of its own for each. */
 struct vel_eventset {
     int descriptor;
+    bool joined;          /* stands in the queue that a host waits for */
     size_t watched;       /* no less than there are descriptors in the set */
     vel_list alwaysready; /* what the mechanism cannot watch, as it always is ready */
 };
 
 /* Only the first field is for everybody; the rest is the mechanism's. */
 struct vel_eventqueue {
-    int descriptor; /* readable while there is an event; -1 if there is no queue */
+    int descriptor; /* names the queue, see vel_eventqueue_handle; -1 if there is none */
     vel_eventset sets[VEL_EVENTFILTER_COUNT];
     int standin;          /* a descriptor that is always ready, or -1 */
     unsigned int pending; /* the filters that the last wait has seen ready, as bits; or 0 */
@@ -48,6 +49,9 @@ void vel_eventqueue_destroy(vel_eventqueue *queue);
  *
  * Returns 0 or -1. */
 int vel_eventqueue_change(vel_eventqueue *queue, int descriptor, vel_eventfilter filter, bool add);
+
+/* Returns the descriptor of the queue, from now on readable while there is an event, or -1. */
+int vel_eventqueue_handle(vel_eventqueue *queue);
 
 /* Waits for an event and leaves it where it is. A negative time is no limit if any descriptor is
  * watched, and no time otherwise.

@@ -1,6 +1,7 @@
 /* Each filter has an epoll set of its own, so that the kernel keeps the two registrations of a
- * descriptor apart. Both sets stand in an outer one, whose descriptor is that of the queue. A fetch
- * asks a set itself; a wait asks the outer one, and so does not move what is ready to the back.
+ * descriptor apart. A fetch asks a set itself. A wait polls the descriptors of the sets, and so does
+ * not move what is ready to the back. For a host that waits by itself both sets stand in an outer one;
+ * they are put there when it is first asked for, as every event then wakes that one as well.
  *
  * epoll refuses what is always ready, such as a regular file. A list in each set keeps those, and a
  * stand-in that is always ready stands in the set while the list has any. */
@@ -10,6 +11,7 @@
 #include <climits>
 #include <cstdint>
 
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/stat.h>
@@ -48,11 +50,9 @@ static int vel_eventqueue_build(vel_eventqueue *queue)
     queue->descriptor = epoll_create1(EPOLL_CLOEXEC);
     if (queue->descriptor < 0)
         return -1;
-    for (int filter = 0; filter < VEL_EVENTFILTER_COUNT; filter++) {
-        vel_eventset *set = &queue->sets[filter];
-        set->descriptor = epoll_create1(EPOLL_CLOEXEC);
-        if (set->descriptor < 0 ||
-            vel_eventqueue_add(queue->descriptor, set->descriptor, EPOLLIN, filter) != 0)
+    for (vel_eventset &set : queue->sets) {
+        set.descriptor = epoll_create1(EPOLL_CLOEXEC);
+        if (set.descriptor < 0)
             return -1;
     }
     return 0;
@@ -216,7 +216,19 @@ int vel_eventqueue_change(vel_eventqueue *queue, int descriptor, vel_eventfilter
     return vel_eventqueue_end(queue, set, descriptor);
 }
 
-/* How epoll_wait takes a time: in milliseconds, rounded up, and -1 for no limit. */
+int vel_eventqueue_handle(vel_eventqueue *queue)
+{
+    for (vel_eventset &set : queue->sets) {
+        if (set.joined)
+            continue;
+        if (vel_eventqueue_add(queue->descriptor, set.descriptor, EPOLLIN, 0) != 0)
+            return -1;
+        set.joined = true;
+    }
+    return queue->descriptor;
+}
+
+/* How poll takes a time: in milliseconds, rounded up, and -1 for no limit. */
 static int vel_eventqueue_milliseconds(const vel_eventqueue *queue, const struct timespec *time)
 {
     if (time->tv_sec < 0 || time->tv_nsec < 0) {
@@ -234,12 +246,21 @@ static int vel_eventqueue_milliseconds(const vel_eventqueue *queue, const struct
 
 int vel_eventqueue_wait(vel_eventqueue *queue, const struct timespec *time)
 {
-    struct epoll_event events[VEL_EVENTFILTER_COUNT];
-    const int count = epoll_wait(queue->descriptor, events, VEL_EVENTFILTER_COUNT,
-                                 vel_eventqueue_milliseconds(queue, time));
+    const int milliseconds = vel_eventqueue_milliseconds(queue, time);
+    struct pollfd polled[VEL_EVENTFILTER_COUNT];
+    for (int filter = 0; filter < VEL_EVENTFILTER_COUNT; filter++) {
+        const vel_eventset *set = &queue->sets[filter];
+        polled[filter] = {set->watched > 0 ? set->descriptor : -1, POLLIN, 0};
+    }
+    /* Without a time poll does not queue up for a wake, which is dear if something is ready. */
+    int count = poll(polled, VEL_EVENTFILTER_COUNT, 0);
+    if (count == 0 && milliseconds != 0)
+        count = poll(polled, VEL_EVENTFILTER_COUNT, milliseconds);
     queue->pending = 0;
-    for (int i = 0; i < count; i++)
-        queue->pending |= 1U << events[i].data.fd;
+    for (int filter = 0; filter < VEL_EVENTFILTER_COUNT && count > 0; filter++) {
+        if (polled[filter].revents != 0)
+            queue->pending |= 1U << filter;
+    }
     return count > 0 ? 1 : count;
 }
 

@@ -32,6 +32,11 @@ int vel_eventqueue_change(vel_eventqueue *queue, int descriptor, vel_eventfilter
     return 0;
 }
 
+int vel_eventqueue_handle(vel_eventqueue *queue)
+{
+    return queue->descriptor;
+}
+
 static int vel_eventqueue_ask(const vel_eventqueue *queue, const struct timespec *time,
                               struct kevent *found)
 {

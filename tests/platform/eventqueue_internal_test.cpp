@@ -82,13 +82,14 @@ class Eventqueue : public testing::Test {
     }
     bool outer_ready()
     {
-        pollfd polled = {queue_.descriptor, POLLIN, 0};
+        const int handle = vel_eventqueue_handle(&queue_);
+        pollfd polled = {handle, POLLIN, 0};
         const bool ready = ::poll(&polled, 1, 0) == 1;
         fd_set selected;
         FD_ZERO(&selected);
-        FD_SET(queue_.descriptor, &selected);
+        FD_SET(handle, &selected);
         timeval none = {0, 0};
-        EXPECT_EQ(select(queue_.descriptor + 1, &selected, nullptr, nullptr, &none), ready);
+        EXPECT_EQ(select(handle + 1, &selected, nullptr, nullptr, &none), ready);
         return ready;
     }
 
@@ -539,6 +540,26 @@ TEST_F(Eventqueue, WaitWithoutLimitIsForDescriptors)
     fclose(file);
 }
 
+/* Whenever it is asked for, and however often, it is the same, and tells of all that is ready. */
+TEST_F(Eventqueue, HandleTellsOfWhatWasReadyBefore)
+{
+    for (vel_eventfilter filter : {kRead, kWrite}) {
+        vel_eventqueue queue = {};
+        socket_pair pair;
+        pair.make_readable();
+        ASSERT_EQ(vel_eventqueue_create(&queue), 0);
+        EXPECT_EQ(vel_eventqueue_change(&queue, pair.own(), filter, true), 0);
+        pollfd polled = {vel_eventqueue_handle(&queue), POLLIN, 0};
+        EXPECT_EQ(polled.fd, queue.descriptor);
+        EXPECT_EQ(::poll(&polled, 1, 0), 1);
+        EXPECT_EQ(vel_eventqueue_handle(&queue), queue.descriptor);
+        EXPECT_EQ(::poll(&polled, 1, 0), 1);
+        EXPECT_EQ(vel_eventqueue_change(&queue, pair.own(), filter, false), 0);
+        EXPECT_EQ(::poll(&polled, 1, 0), 0);
+        vel_eventqueue_destroy(&queue);
+    }
+}
+
 /* The host's own queue. */
 TEST_F(Eventqueue, QueueOfQueues)
 {
@@ -546,12 +567,13 @@ TEST_F(Eventqueue, QueueOfQueues)
     socket_pair pair;
     vel_event one = {};
     ASSERT_EQ(vel_eventqueue_create(&outer), 0);
-    EXPECT_EQ(vel_eventqueue_change(&outer, queue_.descriptor, kRead, true), 0);
+    const int handle = vel_eventqueue_handle(&queue_);
+    EXPECT_EQ(vel_eventqueue_change(&outer, handle, kRead, true), 0);
     EXPECT_EQ(vel_eventqueue_fetch(&outer, &one), 0);
     EXPECT_EQ(add(pair.own(), kRead), 0);
     pair.make_readable();
     EXPECT_EQ(vel_eventqueue_fetch(&outer, &one), 1);
-    EXPECT_EQ(one.descriptor, queue_.descriptor);
+    EXPECT_EQ(one.descriptor, handle);
     EXPECT_EQ(fetch(1), (std::vector<event>{{pair.own(), kRead}}));
     pair.drain();
     EXPECT_EQ(vel_eventqueue_fetch(&outer, &one), 0);

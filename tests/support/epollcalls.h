@@ -8,6 +8,7 @@
 #include <climits>
 #include <csignal>
 #include <ctime>
+#include <poll.h>
 #include <string>
 #include <sys/epoll.h>
 #include <vector>
@@ -110,6 +111,11 @@ int epoll_pwait2(int queue, epoll_event *events, int room, const timespec *time,
     SUPPORT_EPOLL("wait", epoll_pwait2,
                   (int, epoll_event *, int, const timespec *, const sigset_t *), queue, events,
                   room, time, signals);
+}
+
+int poll(pollfd *set, nfds_t count, int milliseconds)
+{
+    SUPPORT_EPOLL("wait", poll, (pollfd *, nfds_t, int), set, count, milliseconds);
 }
 
 #endif
