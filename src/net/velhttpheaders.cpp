@@ -45,13 +45,15 @@ static bool vel_httpheaders_is_blank(char c)
     return c == ' ' || c == '\t';
 }
 
-/* Stores a value under a name in lower case. The value becomes the table's only on success. */
-static vel_error_t vel_httpheaders_store(velhttpheaders *headers, const char *name, char *value)
+/* Stores a value under a name in lower case. The value becomes the table's only on success. The log
+ * calls the header what it was given as. */
+static vel_error_t vel_httpheaders_store(velhttpheaders *headers, const char *lowername,
+                                         char *value, const char *given)
 {
-    if (vel_stringhash_add(headers->hash, name, value) == 0)
+    if (vel_stringhash_add(headers->hash, lowername, value) == 0)
         return VEL_ERROR_NONE;
 
-    VEL_LOG(7, "unable to store the header '%s' value '%s'", name, value ? value : "<NULL>");
+    VEL_LOG(7, "unable to store the header '%s' value '%s'", given, value ? value : "<NULL>");
     vel_free(value);
     return VEL_ERROR_NO_MEMORY;
 }
@@ -69,7 +71,7 @@ static vel_error_t vel_httpheaders_parse_value(velhttpheaders *headers, const ch
         VEL_LOG(7, "not enough memory for header value");
         return VEL_ERROR_NO_MEMORY;
     }
-    return vel_httpheaders_store(headers, name, value);
+    return vel_httpheaders_store(headers, name, value, name);
 }
 
 static vel_error_t vel_httpheaders_parse_line(velhttpheaders *headers, const char *pos,
@@ -163,7 +165,7 @@ vel_error_t vel_httpheaders_add(velhttpheaders *velhttpheaders, const char *name
     if (value && !copy)
         VEL_LOG(7, "not enough memory for duplicating value '%s'", value);
     else
-        result = vel_httpheaders_store(velhttpheaders, lowername, copy);
+        result = vel_httpheaders_store(velhttpheaders, lowername, copy, name);
     vel_free(lowername);
     return result;
 }

@@ -357,25 +357,26 @@ TEST_F(VelhttpheadersMemory, Create)
     EXPECT_EQ(failures[1], lines{line(7, "not enough memory for the response header hashtable")});
 }
 
+/* The log says what the caller says. */
 TEST_F(VelhttpheadersMemory, Add)
 {
     const auto failures = support::each_failure(
-        log, kModule, [&] { return vel_httpheaders_add(headers, "name", "v") == VEL_ERROR_NONE; });
+        log, kModule, [&] { return vel_httpheaders_add(headers, "Name", "v") == VEL_ERROR_NONE; });
     EXPECT_EQ(failures, (std::vector<lines>{
-                            {line(7, "not enough memory for duplicating header name 'name'")},
+                            {line(7, "not enough memory for duplicating header name 'Name'")},
                             {line(7, "not enough memory for duplicating value 'v'")},
-                            {line(7, "unable to store the header 'name' value 'v'")},
+                            {line(7, "unable to store the header 'Name' value 'v'")},
                         }));
 }
 
 static bool add_without_value_says_null(support::log_capture &log, velhttpheaders *headers)
 {
     const std::vector<lines> expected = {
-        {line(7, "not enough memory for duplicating header name 'name'")},
-        {line(7, "unable to store the header 'name' value '<NULL>'")},
+        {line(7, "not enough memory for duplicating header name 'Name'")},
+        {line(7, "unable to store the header 'Name' value '<NULL>'")},
     };
     return support::each_failure(log, kModule, [&] {
-               return vel_httpheaders_add(headers, "name", nullptr) == VEL_ERROR_NONE;
+               return vel_httpheaders_add(headers, "Name", nullptr) == VEL_ERROR_NONE;
            }) == expected;
 }
 
