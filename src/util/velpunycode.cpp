@@ -13,21 +13,29 @@
 typedef vel_error_t vel_punycode_array_function(const uint32_t *source, size_t sourcelen,
                                                 uint32_t **destptr, size_t *destlenptr);
 
-/* Makes an array of the other type where it stands. The two types have one form, but only a copy of
- * the bytes, which the compiler leaves out, lets one be read as the other. */
-template <typename To, typename From> static To *vel_punycode_retype(From *array, size_t len)
+/* Makes code points of wide characters where they stand. The two types have one form, but only a
+ * copy of the bytes, which the compiler leaves out, lets one be read as the other. */
+static const uint32_t *vel_punycode_code_points(wchar_t *wide, size_t len)
 {
-    static_assert(sizeof(To) == sizeof(From));
-    void *bytes = array;
-    return static_cast<To *>(memmove(bytes, bytes, len * sizeof(To)));
+    static_assert(sizeof(wchar_t) == sizeof(uint32_t));
+    void *bytes = wide;
+    return static_cast<uint32_t *>(memmove(bytes, bytes, len * sizeof(uint32_t)));
 }
 
-/* A new string, or NULL. Behind the buffer there is a 0. */
-static char *vel_punycode_unicode_buffer_to_utf8(uint32_t *buffer, size_t len)
+/* A new string, or NULL. There is no overflow: the array stands in memory, and a byte for each of
+ * its elements does as well. */
+static char *vel_punycode_unicode_buffer_to_utf8(const uint32_t *buffer, size_t len)
 {
     VEL_ASSERT(buffer != NULL);
 
-    return vel_punycode_wchar_to_utf8(vel_punycode_retype<wchar_t>(buffer, len + 1));
+    auto *wide = static_cast<wchar_t *>(vel_malloc((len + 1) * sizeof(wchar_t)));
+    if (!wide)
+        return nullptr;
+    memcpy(wide, buffer, len * sizeof(wchar_t));
+    wide[len] = 0;
+    char *utf8 = vel_punycode_wchar_to_utf8(wide);
+    vel_free(wide);
+    return utf8;
 }
 
 static vel_error_t velpunycode_punycode_encode_decode(vel_punycode_array_function *convert,
@@ -43,7 +51,7 @@ static vel_error_t velpunycode_punycode_encode_decode(vel_punycode_array_functio
     uint32_t *converted;
     size_t convertedlen;
     const vel_error_t error =
-        convert(vel_punycode_retype<uint32_t>(wide, len), len, &converted, &convertedlen);
+        convert(vel_punycode_code_points(wide, len), len, &converted, &convertedlen);
     vel_free(wide);
     if (error != VEL_ERROR_NONE)
         return error;

@@ -224,8 +224,7 @@ typedef vel_error_t vel_punycode_convert(uint32_t *dest, size_t *destlen, const 
                                          size_t sourcelen);
 
 /* Converts into room that does for the label of a host, and else only measures, so that the array
- * has the size it needs. Behind the last element there is a 0, for who makes wide characters of the
- * result. */
+ * has the size it needs. */
 static vel_error_t vel_punycode_allocate(vel_punycode_convert *convert, const uint32_t *source,
                                          size_t sourcelen, uint32_t **destptr, size_t *destlenptr)
 {
@@ -238,8 +237,8 @@ static vel_error_t vel_punycode_allocate(vel_punycode_convert *convert, const ui
         return error;
 
     uint32_t *result = nullptr;
-    if (len < SIZE_MAX / sizeof(uint32_t))
-        result = static_cast<uint32_t *>(vel_malloc((len + 1) * sizeof(uint32_t)));
+    if (len <= SIZE_MAX / sizeof(uint32_t))
+        result = static_cast<uint32_t *>(vel_malloc(len * sizeof(uint32_t)));
     if (!result)
         return VEL_ERROR_NO_MEMORY;
     if (error == VEL_ERROR_NONE) {
@@ -250,7 +249,6 @@ static vel_error_t vel_punycode_allocate(vel_punycode_convert *convert, const ui
         VEL_ASSERT(error != VELURL_ERROR_TRUNCATED);
         VEL_ASSERT(resultlen == len);
     }
-    result[len] = 0;
     *destptr = result;
     *destlenptr = len;
     return error;

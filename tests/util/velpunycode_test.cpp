@@ -135,13 +135,15 @@ TEST(Velpunycode, WithoutMemory)
         const auto failures = allocfail_each(log, [&, &convert = convert, &input = input] {
             char dirt = 0, *output = &dirt;
             const vel_error_t result = convert(input, &output);
-            if (result != VEL_ERROR_NONE && (codes.empty() || codes.back() != result))
+            if (result != VEL_ERROR_NONE)
                 codes.push_back(result);
             EXPECT_EQ(output != nullptr, result == VEL_ERROR_NONE);
             vel_free(output);
             return result == VEL_ERROR_NONE;
         });
-        EXPECT_THAT(codes, ElementsAre(VEL_ERROR_GENERIC, VEL_ERROR_NO_MEMORY, VEL_ERROR_GENERIC));
+        /* The code points; the array of the result; its copy with a terminator; the text. */
+        EXPECT_THAT(codes, ElementsAre(VEL_ERROR_GENERIC, VEL_ERROR_NO_MEMORY, VEL_ERROR_GENERIC,
+                                       VEL_ERROR_GENERIC));
         EXPECT_THAT(failures, testing::Each(IsEmpty()));
     }
 }
