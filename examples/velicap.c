@@ -474,7 +474,7 @@ static int explain_error(const struct job *job, vel_error_t error)
 {
     int hasstatus = vel_icap_get_status_code(job->velicap) != 0;
     int code = FAILED_LOST;
-    const char *subject = job->socketpath ? job->socketpath : job->url;
+    const char *subject = common_name(job->socketpath ? job->socketpath : job->url);
     const char *text = vel_error_string(error);
 
     for (size_t i = 0; i < sizeof(causes) / sizeof(causes[0]); i++) {

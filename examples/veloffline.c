@@ -164,6 +164,8 @@ static vel_error_t answer_url(velhttp *velhttp, const char *directory, velurl *u
 
     if (strcmp(vel_url_get_scheme(url), "http") != 0)
         return VEL_ERROR_UNSUPPORTED;
+    if (!*netloc)
+        return VEL_ERROR_INVALID_ARGUMENT;
     if (leads_out(netloc, localpart))
         return answer_plain(velhttp, 403, NULL, NULL);
 
@@ -267,10 +269,24 @@ static int fetch(struct job *job, const char *directory, const char *url)
     return explain(job, url, error);
 }
 
-static int run(const char *directory, const char *url)
+/* Why a directory is none, or NULL. */
+static const char *check_directory(const char *directory)
 {
-    struct job job = {.velhttp = offline_create()};
+    struct stat status;
 
+    if (stat(directory, &status) != 0)
+        return tr(strerror(errno));
+    return S_ISDIR(status.st_mode) ? NULL : tr(strerror(ENOTDIR));
+}
+
+static int run(const char *directory, char *url)
+{
+    const char *reason = check_directory(directory);
+    if (reason)
+        return common_fail(FAILED, "%s: %s", common_name(directory), reason);
+    url[strcspn(url, "#")] = '\0'; /* a fragment is not for the server */
+
+    struct job job = {.velhttp = offline_create()};
     if (!job.velhttp)
         return common_fail_memory(FAILED);
     int code = fetch(&job, directory, url);

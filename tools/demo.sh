@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The demonstration: two host programs in C, built against an installed library, talk to each other.
+# The demonstration: host programs in C, built against an installed library, talk to each other.
 # usage: demo.sh [URL]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -112,4 +112,4 @@ wait "$server" || die "velserve ended with exit code $?"
 trap - EXIT
 echo 'velserve joined its threads and ended; its log:'
 sed 's/^/    /' "$work/velserve.log" | tail -n 8
-printf '\nThe demonstration is complete: library, two programs, %s bytes compared.\n' "$(stat -c %s "$site/large.bin")"
+printf '\nThe demonstration is complete: library, three programs, %s bytes compared.\n' "$(stat -c %s "$site/large.bin")"

@@ -44,6 +44,7 @@ class Veloffline(Case):
                              ("http://example.org/a?b=c", b"query"),
                              ("http://example.org/a%20+b", b"as it stands"),
                              ("http://example.org/empty", b""),
+                             ("http://example.org/a?b=c#part", b"query"),
                              ("http://example.org/sub/", b"below"),
                              ("http://example.org:8080/a", b"other port")):
             with self.subTest(url):
@@ -76,7 +77,10 @@ class Veloffline(Case):
 
     def test_mistakes(self):
         self.check_failure(3, "only http:// is supported", "site", "https://example.org/")
-        self.check_failure(3, "the URL is not valid", "site", "example.org")
+        for url in "example.org", "", "http://", "http:///example.org/a":
+            self.check_failure(3, f"{url or repr('')}: the URL is not valid", "site", url)
+        for directory, reason in (("none", "No such file or directory"), ("secret", "Not a directory")):
+            self.check_failure(1, f"{directory}: {reason}", directory, "http://example.org/")
         for arguments in (), ("site",), ("site", "http://example.org/", "more"):
             self.check_failure(2, "are needed", *arguments)
         self.check_failure(2, "no such option", "-x", "site", "http://example.org/")
