@@ -170,6 +170,14 @@ def result_of_another(docstring, known):
     return named[1] if named and known.get(named[1]) == "function" else None
 
 
+def callbacks_beside(declaration, known, declared):
+    """The callback types that a function takes, or the functions that take a callback type."""
+    if declaration.kind == "callback":
+        return [other.name for other in declared.values() if other.kind == "function"
+                and re.search(rf"\b{declaration.name}\b", other.text)]
+    return [name for name in re.findall(r"\bvel_\w+_cb\b", declaration.text) if known.get(name) == "function"]
+
+
 def function_page(header, declaration, known, codes, declared):
     names = Names(known, declaration.arguments)
     docstring = declaration.docstring
@@ -202,6 +210,7 @@ def function_page(header, declaration, known, codes, declared):
     section("THREADS", [("text", capital(text)) for text in docstring.of("threads") or header.docstring.of("threads")])
     section("NOTES", [("text", capital(text)) for text in docstring.of("note")])
     others = [(name, 3) for name in names.seen if known[name] == "function" and name != declaration.name]
+    others += [(name, 3) for name in callbacks_beside(declaration, known, declared)]
     if rows:
         others.append(("vellib-errors", 7))
     out.append(see_also(others + [(header.name, 3), ("vellib", 7)]))
