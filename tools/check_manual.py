@@ -27,6 +27,9 @@ def check_sections(name, text, is_void):
     for section in ("NAME", "LIBRARY", "SYNOPSIS", "DESCRIPTION", "THREADS", "SEE ALSO"):
         if f"\n.SH {section}\n" not in text:
             yield f"{name}(3) has no section {section}"
+    errors = re.search(r"(?ms)^\.SH ERRORS\n(.*?)^\.SH ", text)
+    if errors and "\\fBVEL_ERROR_" in errors[1]:
+        yield f"{name}(3) tells of other codes in the cause of one"
     if ('.SH "RETURN VALUE"' in text) == is_void:
         yield f"{name}(3) has a return value, and the function none, or the other way round"
 

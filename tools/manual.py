@@ -158,16 +158,21 @@ def errors_of(docstring, codes, names):
     for name, number, text in codes:
         if number == "0" or not re.search(rf"\b{name}\b", told):
             continue
-        cause = re.search(rf"(?m)\b{name} ((?:if|for|when|after|where|without|past)\b.*?)(?=;|\.(?: |$)|,? or VEL_|,? with |$)", told)
+        cause = re.search(rf"(?m)\b{name} ((?:if|for|when|after|where|without|past)\b.*?)(?=;|\.(?: |$)|,? (?:or|and) VEL_|, VEL_|,? with |$)", told)
         words = f"{capital(text)}: {cause[1].rstrip(',')}" if cause else capital(text)
         rows.append(f".TP\n.BR {name} \" ({number})\"\n" + fill(names.mark(words + ".")))
     return rows
 
 
-def result_of_another(docstring, known):
-    """Where a result is that of another function: its name."""
-    named = re.search(r"\b(?:as|as for|way of|what|those of) (vel_\w+)", docstring.plain())
-    return named[1] if named and known.get(named[1]) == "function" else None
+def result_of_another(docstring, known, declared):
+    """Where a result is that of another function, perhaps by way of a third: its declaration, or None."""
+    for _ in range(4):
+        named = re.search(r"\b(?:as|as for|way of|what|those of|see) (vel_\w+)", docstring.plain())
+        other = declared.get(named[1]) if named and known.get(named[1]) == "function" else None
+        if not other or result_of(other):
+            return other
+        docstring = other.docstring
+    return None
 
 
 def callbacks_beside(declaration, known, declared):
@@ -199,8 +204,8 @@ def function_page(header, declaration, known, codes, declared):
     told = []
     if not result and not re.match(r"(typedef )?void\s+vel_|#define|extern", declaration.text):
         out += [heading("RETURN VALUE"), "As the description has it."]
-        other = declared.get(result_of_another(docstring, known))
-        if other and result_of(other):
+        other = result_of_another(docstring, known, declared)
+        if other:
             out[-1] = names.mark(f"That of {other.name}:")
             out.append(".PP\n" + render_parts(result_of(other), names))
             told = result_of(other)

@@ -81,6 +81,8 @@ typedef vel_error_t vel_handle_accept_cb(velhandle *velhandle,
                                          struct velhandle **connectionhandleptr);
 
 /* Makes the thread that waits in a read or accept of this handle return with VEL_ERROR_WAKEUP.
+ *
+ * Returns VEL_ERROR_NONE or a failure.
  * Threads: any. */
 typedef vel_error_t vel_handle_wakeup_cb(velhandle *velhandle);
 

@@ -205,7 +205,8 @@ VEL_API int vel_json_node_fetch_double(veljson *veljson, const veljsonnode *node
 VEL_API const veljsonnode *vel_json_node_fetch_next_const(veljson *veljson,
                                                           const veljsonnode *node);
 
-/* Steps to the next element of an array, which is to be changed. */
+/* Steps to the next element of an array, which is to be changed, as vel_json_node_fetch_next_const
+ * does. */
 VEL_API veljsonnode *vel_json_node_fetch_next(veljson *veljson, veljsonnode *node);
 
 /* Gives the first member of an object. From then to the end of the enumeration nothing may be added
