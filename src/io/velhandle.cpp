@@ -104,38 +104,32 @@ static size_t vel_handle_read_line_unbuffered(velhandle *velhandle, void *buf, s
     return result;
 }
 
-/* Asks the transport once for a piece of a line, within the time that is left for all of it.
- * 0 leaves the reason in the handle. */
-static size_t vel_handle_read_piece(velhandle *velhandle, char *buf, size_t count)
+/* Asks the transport once for a piece of a line, within the time that is left for all of it. Where
+ * that gives nothing, *reasonptr receives why. */
+static size_t vel_handle_read_piece(velhandle *velhandle, char *buf, size_t count,
+                                    vel_error_t *reasonptr)
 {
     /* The transport looks the time left up in the handle, so the countdown writes it there. */
+    size_t length = 0;
     if (vel_timeout_check(velhandle->veltimeout, &velhandle->readtimeoutsecs,
-                          &velhandle->readtimeoutusecs) == 1) {
+                          &velhandle->readtimeoutusecs) == 1)
         velhandle->error = VEL_ERROR_TIMED_OUT;
-        return 0;
-    }
-    size_t length = velhandle->read_callback(velhandle, buf, count);
-    if (length > 0)
-        return length;
-
-    vel_error_t velerror = velhandle->error;
-    VEL_ASSERT(velerror != VEL_ERROR_NONE);
-    if (velerror != VEL_ERROR_END_OF_FILE && velerror != VEL_ERROR_TIMED_OUT) {
-        VEL_LOG(velerror == VEL_ERROR_INTERRUPTED ? 13 : 7,
-                "unable to read data from the handle, error %d (%s)", velerror,
-                vel_error_string(velerror));
-    }
-    return 0;
+    else
+        length = velhandle->read_callback(velhandle, buf, count);
+    if (length == 0)
+        *reasonptr = velhandle->error;
+    return length;
 }
 
 /* Reads the rest of a line from the transport, straight into buf, and keeps what comes behind its
  * line feed in the read buffer, which is empty. Returns the number of bytes in buf. */
-static size_t vel_handle_read_line_rest(velhandle *velhandle, char *buf, size_t size)
+static size_t vel_handle_read_line_rest(velhandle *velhandle, char *buf, size_t size,
+                                        vel_error_t *reasonptr)
 {
     size_t sizeleft = size;
     while (sizeleft > 0) {
-        size_t length =
-            vel_handle_read_piece(velhandle, buf, std::min(sizeleft, velhandle->readbuffersize));
+        size_t length = vel_handle_read_piece(
+            velhandle, buf, std::min(sizeleft, velhandle->readbuffersize), reasonptr);
         if (length == 0)
             break;
         const char *linefeed = vel_strnchr(buf, length, '\n');
@@ -155,8 +149,10 @@ static size_t vel_handle_read_line_rest(velhandle *velhandle, char *buf, size_t 
     return size - sizeleft;
 }
 
-/* Reads a line, first from what was read ahead and then from the transport. */
-static size_t vel_handle_read_line_buffered(velhandle *velhandle, char *buf, size_t size)
+/* Reads a line, first from what was read ahead and then from the transport. *reasonptr receives why
+ * that gave nothing, and stays if it was not asked in vain. */
+static size_t vel_handle_read_line_buffered(velhandle *velhandle, char *buf, size_t size,
+                                            vel_error_t *reasonptr)
 {
     size_t result = 0;
     size_t buffered = std::min(size, velhandle->readbufferuse - velhandle->readbufferpos);
@@ -174,7 +170,7 @@ static size_t vel_handle_read_line_buffered(velhandle *velhandle, char *buf, siz
             vel_handle_refuse_read(velhandle);
         return result;
     }
-    return result + vel_handle_read_line_rest(velhandle, buf + result, size - result);
+    return result + vel_handle_read_line_rest(velhandle, buf + result, size - result, reasonptr);
 }
 
 /* Waits until the transport takes more, after it would block. False ends the write, with the
@@ -487,9 +483,18 @@ size_t vel_handle_read_line(velhandle *velhandle, void *buf, size_t size)
     const unsigned int timeoutusecs = velhandle->readtimeoutusecs;
     vel_timeout_set(velhandle->veltimeout, timeoutsecs, timeoutusecs);
     velhandle->error = VEL_ERROR_NONE;
-    size_t result = vel_handle_have_readbuffer(velhandle)
-                        ? vel_handle_read_line_buffered(velhandle, static_cast<char *>(buf), size)
-                        : vel_handle_read_line_unbuffered(velhandle, buf, size);
+    vel_error_t velerror = VEL_ERROR_END_OF_FILE; /* which is not logged */
+    size_t result =
+        vel_handle_have_readbuffer(velhandle)
+            ? vel_handle_read_line_buffered(velhandle, static_cast<char *>(buf), size, &velerror)
+            : vel_handle_read_line_unbuffered(velhandle, buf, size);
+    /* A transport that reads nothing has to say why. */
+    VEL_ASSERT(velerror != VEL_ERROR_NONE);
+    if (velerror != VEL_ERROR_END_OF_FILE && velerror != VEL_ERROR_TIMED_OUT) {
+        VEL_LOG(velerror == VEL_ERROR_INTERRUPTED ? 13 : 7,
+                "unable to read data from the handle, error %d (%s)", velerror,
+                vel_error_string(velerror));
+    }
     velhandle->readtimeoutsecs = timeoutsecs;
     velhandle->readtimeoutusecs = timeoutusecs;
     VEL_ASSERT(result > 0 || velhandle->error != VEL_ERROR_NONE);

@@ -435,9 +435,11 @@ using VelhandleLineDeathTest = VelhandleUnbuffered;
 TEST_F(VelhandleLineDeathTest, NothingWithoutAReason)
 {
     transport_.reads = {fails_with(VEL_ERROR_NONE)};
-    EXPECT_DEATH(read_line(10), asserts("velerror != VEL_ERROR_NONE"));
+    EXPECT_DEATH(read_line(10), asserts("velerror != VEL_ERROR_NONE", "vel_handle_read_line"));
     EXPECT_DEATH(read_unbuffered(10), asserts("result > 0 || velhandle->error != VEL_ERROR_NONE",
                                               "vel_handle_read_line_unbuffered"));
+    transport_.reads = {bytes("a"), fails_with(VEL_ERROR_NONE)};
+    EXPECT_DEATH(read_line(10), asserts("velerror != VEL_ERROR_NONE", "vel_handle_read_line"));
 }
 
 } // namespace
