@@ -56,6 +56,9 @@ write_basic_package_version_file(vellib-config-version.cmake COMPATIBILITY SameM
 install(FILES cmake/vellib-config.cmake ${PROJECT_BINARY_DIR}/vellib-config-version.cmake
   DESTINATION ${package_dir} COMPONENT dev)
 
-# Removes what the last cmake --install of this build directory has put there.
-add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -D BUILD=${PROJECT_BINARY_DIR}
-  -P ${PROJECT_SOURCE_DIR}/cmake/uninstall.cmake VERBATIM)
+# Removes what the last cmake --install of this build directory has put there. Within another tree the
+# name is that tree's.
+if(PROJECT_IS_TOP_LEVEL)
+  add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -D BUILD=${PROJECT_BINARY_DIR}
+    -P ${PROJECT_SOURCE_DIR}/cmake/uninstall.cmake VERBATIM)
+endif()

@@ -108,6 +108,18 @@ endif()
 TEXT
 cmake -S "$work/find" -B "$work/find/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 
+# A host may have the tree within its own, and takes from it what it needs.
+mkdir "$work/within"
+cat >"$work/within/CMakeLists.txt" <<TEXT
+cmake_minimum_required(VERSION 3.25)
+project(within LANGUAGES C)
+add_custom_target(uninstall)
+add_subdirectory("$root" vellib EXCLUDE_FROM_ALL)
+add_executable(program "$work/first.c")
+target_link_libraries(program PRIVATE vellib::vellib)
+TEXT
+cmake -S "$work/within" -B "$work/within/build" >/dev/null
+
 for kind in OFF ON; do
     cmake -S "$root/examples" -B "$work/cmake-$kind" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
         -DVEL_EXAMPLES_STATIC=$kind >/dev/null
