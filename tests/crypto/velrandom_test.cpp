@@ -14,6 +14,7 @@
 #include "support/logcapture.h"
 #include "support/noise.h"
 #include "support/oom.h"
+#include "support/randombytes.h"
 #include "support/rows.h"
 #include "support/sha.h"
 #include "support/tempdir.h"
@@ -27,15 +28,6 @@ static const char *const kProcFiles[] = {
     "/proc/interrupts",  "/proc/meminfo",    "/proc/net/rt_cache",
     "/proc/sched_debug", "/proc/self/sched", "/proc/timer_list",
 };
-
-static std::string random_bytes(size_t size, unsigned int seed)
-{
-    std::mt19937 random(seed);
-    std::string bytes(size, '\0');
-    for (char &byte : bytes)
-        byte = static_cast<char>(random());
-    return bytes;
-}
 
 /* The pool once more, the plainest way, with noise that the test hands it. */
 class naive_pool {
@@ -112,10 +104,10 @@ class Velrandom : public testing::Test {
   protected:
     Velrandom()
     {
-        noise_.files["/dev/urandom"] = random_bytes(400, 1);
-        noise_.files["/proc/interrupts"] = random_bytes(3000, 2);
-        noise_.files["/proc/meminfo"] = random_bytes(1500, 3);
-        noise_.files["/proc/self/sched"] = random_bytes(700, 4);
+        noise_.files["/dev/urandom"] = seeded_bytes(400, 1);
+        noise_.files["/proc/interrupts"] = seeded_bytes(3000, 2);
+        noise_.files["/proc/meminfo"] = seeded_bytes(1500, 3);
+        noise_.files["/proc/self/sched"] = seeded_bytes(700, 4);
         noise_.step = 7;
         log_.clear();
     }
@@ -288,7 +280,7 @@ TEST_P(VelrandomSources, DrawsFromWhatThereIs)
     const auto provide = [&](const std::string &name, size_t length, size_t count) {
         if (length == kMissing)
             return;
-        noise_.files[name] = random_bytes(length, static_cast<unsigned int>(length));
+        noise_.files[name] = seeded_bytes(length, static_cast<unsigned int>(length));
         closed.push_back(name + ": " + std::to_string(count));
     };
     noise_.files.clear();
@@ -378,7 +370,7 @@ class VelrandomStorage : public Velrandom, public testing::WithParamInterface<st
   protected:
     void set_filename()
     {
-        const std::string bytes = random_bytes(GetParam().length, 8);
+        const std::string bytes = seeded_bytes(GetParam().length, 8);
         write_file("seed", bytes);
         noise_.take_events();
         EXPECT_EQ(vel_random_set_filename(random_, "seed"), 0);
@@ -438,7 +430,7 @@ TEST_F(Velrandom, FollowsTheNaivePool)
     for (int step = 0; step < 300; step++) {
         const size_t count = random() % (random() % 8 == 0 ? 2500 : 200);
         if (random() % 6 == 0) {
-            const std::string content = random_bytes(count, static_cast<unsigned int>(step));
+            const std::string content = seeded_bytes(count, static_cast<unsigned int>(step));
             write_file("seed", content);
             ASSERT_EQ(vel_random_set_filename(random_, "seed"), 0);
             naive_.add(content.substr(0, 1024));

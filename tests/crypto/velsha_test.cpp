@@ -10,6 +10,7 @@
 #include "support/assertion.h"
 #include "support/logcapture.h"
 #include "support/oom.h"
+#include "support/randombytes.h"
 #include "support/sha.h"
 
 using namespace support;
@@ -52,15 +53,6 @@ struct sha256_twin {
         return {"crypto/velsha256", 7, "not enough memory for SHA256 context"};
     }
 };
-
-static std::string random_bytes(size_t size, unsigned int seed = 1)
-{
-    std::mt19937 random(seed);
-    std::string bytes(size, '\0');
-    for (char &byte : bytes)
-        byte = static_cast<char>(random());
-    return bytes;
-}
 
 /* A context of the library under the interface of the naive one. */
 template <typename Twin> class hasher {
@@ -228,7 +220,7 @@ TYPED_TEST(Velsha, GoesThroughTheMonteCarloTest)
 
 TYPED_TEST(Velsha, EveryLengthGivesTheSameInEverySplit)
 {
-    const std::string bytes = random_bytes(300);
+    const std::string bytes = seeded_bytes(300);
     for (size_t length = 0; length <= bytes.size(); length++) {
         const std::string expected = naive_hash<TypeParam>(bytes.substr(0, length));
         for (size_t split = 0; split <= length; split++) {
@@ -242,7 +234,7 @@ TYPED_TEST(Velsha, EveryLengthGivesTheSameInEverySplit)
 
 TYPED_TEST(Velsha, EveryLengthGivesTheSameByteByByte)
 {
-    const std::string bytes = random_bytes(300, 2);
+    const std::string bytes = seeded_bytes(300, 2);
     for (size_t length = 0; length <= bytes.size(); length++) {
         this->sha.init();
         for (size_t i = 0; i < length; i++)
@@ -256,7 +248,7 @@ TYPED_TEST(Velsha, LongMessagesGiveTheSameInManyPieces)
 {
     std::mt19937 random(3);
     for (unsigned int turn = 0; turn < 50; turn++) {
-        const std::string bytes = random_bytes(random() % 5000, turn);
+        const std::string bytes = seeded_bytes(random() % 5000, turn);
         this->sha.init();
         for (size_t pos = 0; pos < bytes.size();) {
             const size_t count = std::min<size_t>(bytes.size() - pos, random() % 400);
@@ -269,7 +261,7 @@ TYPED_TEST(Velsha, LongMessagesGiveTheSameInManyPieces)
 
 TYPED_TEST(Velsha, UpdateWithNothingChangesNothing)
 {
-    const std::string bytes = random_bytes(129);
+    const std::string bytes = seeded_bytes(129);
     for (size_t length = 0; length <= bytes.size(); length++) {
         this->sha.init();
         this->sha.update(nullptr, 0);
@@ -302,7 +294,7 @@ TYPED_TEST(Velsha, DigestShowsTheInitialValueFirst)
 
 TYPED_TEST(Velsha, DigestShowsTheStateAfterEachBlock)
 {
-    const std::string bytes = random_bytes(64 * 20);
+    const std::string bytes = seeded_bytes(64 * 20);
     typename TypeParam::naive naive;
     for (size_t pos = 0; pos < bytes.size(); pos += 64) {
         this->sha.update(bytes.data() + pos, 64);
@@ -329,7 +321,7 @@ TYPED_TEST(Velsha, InitBeginsANewMessageAtAnyPoint)
 TYPED_TEST(Velsha, SecondFinalizeGivesSomethingElse)
 {
     for (const size_t length : {0, 3, 55, 56, 63, 64}) {
-        const std::string bytes = random_bytes(length);
+        const std::string bytes = seeded_bytes(length);
         typename TypeParam::naive naive;
         naive.update(bytes);
         naive.finalize();
@@ -346,7 +338,7 @@ TYPED_TEST(Velsha, SecondFinalizeGivesSomethingElse)
 
 TYPED_TEST(Velsha, UpdateAfterFinalizeGoesOn)
 {
-    const std::string bytes = random_bytes(200);
+    const std::string bytes = seeded_bytes(200);
     for (size_t length = 0; length < 130; length++) {
         typename TypeParam::naive naive;
         this->sha.init();
@@ -368,7 +360,7 @@ TYPED_TEST(Velsha, UpdateAfterFinalizeGoesOn)
 /* Any order of calls. */
 TYPED_TEST(Velsha, FollowsTheNaiveContext)
 {
-    const std::string bytes = random_bytes(1000);
+    const std::string bytes = seeded_bytes(1000);
     std::mt19937 random(4);
     typename TypeParam::naive naive;
     for (int step = 0; step < 5000; step++) {

@@ -2,7 +2,6 @@
 #define TESTS_SUPPORT_TEXTKERNELS_H
 
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -44,14 +43,6 @@ class exact_block {
   private:
     std::unique_ptr<char[]> block_;
 };
-
-inline std::string random_bytes(std::mt19937 &random, size_t len)
-{
-    std::string bytes(len, '\0');
-    for (char &byte : bytes)
-        byte = static_cast<char>(random());
-    return bytes;
-}
 
 } // namespace support
 

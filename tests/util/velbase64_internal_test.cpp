@@ -10,6 +10,7 @@
 
 #include "support/decoded.h"
 #include "support/logcapture.h"
+#include "support/randombytes.h"
 #include "support/textkernels.h"
 #include "util/velbase64_internal.h"
 

@@ -14,6 +14,7 @@
 #include "support/decoded.h"
 #include "support/logcapture.h"
 #include "support/oom.h"
+#include "support/randombytes.h"
 #include "support/rows.h"
 
 using namespace support;
@@ -96,14 +97,6 @@ static decoded oracle_decode(const std::string &source)
     return out;
 }
 
-static std::string random_bytes(std::mt19937 &random, size_t length)
-{
-    std::string bytes;
-    for (size_t i = 0; i < length; i++)
-        bytes.push_back(static_cast<char>(random()));
-    return bytes;
-}
-
 TEST(Velbase64Encode, Rows)
 {
     EXPECT_EQ(encode(""), "");
@@ -123,7 +116,7 @@ TEST(Velbase64, EveryLengthAgreesWithTheOracleBothWays)
     log_capture log;
     std::mt19937 random(20261121);
     for (size_t length = 0; length < 400; length++) {
-        const std::string data = random_bytes(random, length);
+        const std::string data = support::random_bytes(random, length);
         const std::string text = oracle_encode(data);
         ASSERT_EQ(encode(data), text) << "length " << length;
         ASSERT_EQ(decode(text), (decoded{VEL_ERROR_NONE, data})) << "length " << length;
@@ -135,7 +128,7 @@ TEST(Velbase64, LargeDataComesBack)
 {
     std::mt19937 random(20261121);
     for (size_t length = 1000000; length < 1000003; length++) {
-        const std::string data = random_bytes(random, length);
+        const std::string data = support::random_bytes(random, length);
         const std::string text = encode(data);
         ASSERT_EQ(text.size(), (length + 2) / 3 * 4);
         ASSERT_TRUE(decode(text) == (decoded{VEL_ERROR_NONE, data}));

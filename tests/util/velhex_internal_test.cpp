@@ -9,6 +9,7 @@
 #include <vellib/velmalloc.h>
 
 #include "support/decoded.h"
+#include "support/randombytes.h"
 #include "support/textkernels.h"
 #include "util/velbin2hex_internal.h"
 #include "util/velhex2bin_internal.h"
