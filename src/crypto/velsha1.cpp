@@ -9,6 +9,15 @@
 
 struct velsha1 : velsha_context<5> {};
 
+/* The block step, for count blocks. */
+static void vel_sha1_chunk_process(velsha1 *velsha1, const uint8_t *chunk, size_t count)
+{
+    VEL_ASSERT(velsha1 != NULL);
+    VEL_ASSERT(chunk != NULL);
+
+    vel_shakernels_best()->sha1(velsha1->h, chunk, count);
+}
+
 struct vel_sha1_twin {
     using context = velsha1;
 
@@ -16,10 +25,7 @@ struct vel_sha1_twin {
         0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476, 0xc3d2e1f0,
     };
 
-    static void process(uint32_t *h, const uint8_t *blocks, size_t count)
-    {
-        vel_shakernels_best()->sha1(h, blocks, count);
-    }
+    static constexpr auto process = vel_sha1_chunk_process;
 };
 
 velsha1 *vel_sha1_create(void)

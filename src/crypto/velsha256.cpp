@@ -9,6 +9,15 @@
 
 struct velsha256 : velsha_context<8> {};
 
+/* The block step, for count blocks. */
+static void vel_sha256_chunk_process(velsha256 *velsha256, const uint8_t *chunk, size_t count)
+{
+    VEL_ASSERT(velsha256 != NULL);
+    VEL_ASSERT(chunk != NULL);
+
+    vel_shakernels_best()->sha256(velsha256->h, chunk, count);
+}
+
 struct vel_sha256_twin {
     using context = velsha256;
 
@@ -17,10 +26,7 @@ struct vel_sha256_twin {
         0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19,
     };
 
-    static void process(uint32_t *h, const uint8_t *blocks, size_t count)
-    {
-        vel_shakernels_best()->sha256(h, blocks, count);
-    }
+    static constexpr auto process = vel_sha256_chunk_process;
 };
 
 velsha256 *vel_sha256_create(void)

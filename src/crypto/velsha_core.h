@@ -41,7 +41,7 @@ static size_t vel_shacore_fill_chunk(typename Twin::context *context, const uint
     memcpy(context->chunk + context->chunkuse, data, copycount);
     context->chunkuse += copycount;
     if (context->chunkuse == kVelShaBlockSize) {
-        Twin::process(context->h, context->chunk, 1);
+        Twin::process(context, context->chunk, 1);
         context->chunkuse = 0;
     }
     return copycount;
@@ -62,7 +62,7 @@ static void vel_shacore_update(typename Twin::context *context, const void *data
     }
     const size_t blocks = count / kVelShaBlockSize;
     if (blocks > 0)
-        Twin::process(context->h, bytes, blocks);
+        Twin::process(context, bytes, blocks);
     const size_t left = count % kVelShaBlockSize;
     VEL_ASSERT(left < 64);
     if (left > 0) {
@@ -88,13 +88,13 @@ template <typename Twin> static void vel_shacore_finalize(typename Twin::context
     context->chunk[chunkuse++] = 0x80;
     if (chunkuse > lengthpos) {
         memset(context->chunk + chunkuse, 0, kVelShaBlockSize - chunkuse);
-        Twin::process(context->h, context->chunk, 1);
+        Twin::process(context, context->chunk, 1);
         chunkuse = 0;
     }
     VEL_ASSERT(chunkuse <= 56);
     memset(context->chunk + chunkuse, 0, lengthpos - chunkuse);
     vel_shacore_store(context->chunk + lengthpos, context->total * 8);
-    Twin::process(context->h, context->chunk, 1);
+    Twin::process(context, context->chunk, 1);
 }
 
 /* Returns where the digest ends. */

@@ -443,3 +443,12 @@ TYPED_TEST(VelshaDeathTest, DigestAssertsItsOutput)
                  asserts("digest != NULL", std::string("vel_") + TypeParam::name + "_digest"));
     TypeParam::destroy(context);
 }
+
+TYPED_TEST(VelshaDeathTest, TheBlockStepAssertsTheBlocks)
+{
+    auto *context = TypeParam::create();
+    EXPECT_DEATH(
+        TypeParam::update(context, nullptr, 64),
+        asserts("chunk != NULL", std::string("vel_") + TypeParam::name + "_chunk_process"));
+    TypeParam::destroy(context);
+}
