@@ -219,12 +219,12 @@ VEL_API vel_error_t vel_socket_connect_async(velsocket *velsocket, const char *n
  * timeoutusecs  microseconds more, below 1000000.
  *
  * Returns VEL_ERROR_NONE; VEL_ERROR_TIMED_OUT, after which the wait may be repeated;
- * VEL_ERROR_BAD_HANDLE if no connect is in progress; VEL_ERROR_INTERRUPTED for a signal; or the first
- * failure of an address: VEL_ERROR_CONNECTION_REFUSED, VEL_ERROR_CONNECTION_TIMED_OUT,
- * VEL_ERROR_NETWORK_UNREACHABLE, VEL_ERROR_ACCESS, VEL_ERROR_PERMISSION, VEL_ERROR_INTERNAL for a
- * descriptor that was closed, or VEL_ERROR_GENERIC, of which the log has the number;
- * VEL_ERROR_CANNOT_CONNECT where there is none to tell. Failures are logged, and every result but
- * VEL_ERROR_TIMED_OUT ends the connect.
+ * VEL_ERROR_BAD_HANDLE if no connect is in progress; VEL_ERROR_INTERRUPTED for a signal;
+ * VEL_ERROR_NO_MEMORY; or the first failure of an address: VEL_ERROR_CONNECTION_REFUSED,
+ * VEL_ERROR_CONNECTION_TIMED_OUT, VEL_ERROR_NETWORK_UNREACHABLE, VEL_ERROR_ACCESS,
+ * VEL_ERROR_INTERNAL for a descriptor that was closed, or VEL_ERROR_GENERIC, of which the log has
+ * the number; VEL_ERROR_END_OF_FILE if no address was permitted. Failures are logged, and every
+ * result but VEL_ERROR_TIMED_OUT ends the connect.
  * Note: vel_socket_wakeup does not end this wait. */
 VEL_API vel_error_t vel_socket_connect_wait(velsocket *velsocket, int timeoutsecs,
                                             unsigned int timeoutusecs);
