@@ -176,7 +176,8 @@ size_t vel_stringhash_entry_size(size_t keylen)
     return sizeof(velstringhashitem) + keylen / 8 * 8 + 8;
 }
 
-/* Fills an item and adds it. */
+/* Fills an item and adds it. The key may lie in the item that goes for it, so from there on it is
+ * read in the new one. */
 static void vel_stringhash_add_item(velstringhash *velstringhash, velstringhashitem *item,
                                     const vel_stringhash_key &key, void *value)
 {
@@ -184,7 +185,8 @@ static void vel_stringhash_add_item(velstringhash *velstringhash, velstringhashi
     item->hash = key.hash;
     memset(item->key + key.length / 8 * 8, 0, 8);
     memcpy(item->key, key.string, key.length);
-    vel_hash_add_item<vel_stringhash_kind>(velstringhash->hash, item, key.hash, key);
+    const vel_stringhash_key ownkey = {item->key, key.length, key.lastgroup, key.hash};
+    vel_hash_add_item<vel_stringhash_kind>(velstringhash->hash, item, key.hash, ownkey);
 }
 
 void vel_stringhash_set_borrowed(velstringhash *velstringhash,

@@ -109,6 +109,29 @@ TEST_F(Velstringhash, AnAddWithTheSameKeyReplacesTheValue)
     EXPECT_THAT(content_of(table), ElementsAre(std::pair{"a", &second}));
 }
 
+/* The item that has the key goes while the other array, which has one with the same hash, is still to
+ * be searched. */
+TEST_F(Velstringhash, AnAddMayTakeItsKeyFromTheItemThatItReplaces)
+{
+    const std::vector<std::string> filling = {"d", "n", "x", "\x82"}; /* all in slot 0 of 5 */
+    for (const std::string &key : filling)
+        ASSERT_EQ(vel_stringhash_add(table, key.c_str(), nullptr), 0);
+    ASSERT_EQ(vel_stringhash_add(table, "AAAAAAA@xxxxxxxb", &first), 0);
+    ASSERT_EQ(vel_stringhash_add(table, "AAAAAAAAxxxxxxxB", &second), 0);
+    ASSERT_EQ(vel_hashfunc_string("AAAAAAA@xxxxxxxb"), vel_hashfunc_string("AAAAAAAAxxxxxxxB"));
+
+    const char *key = nullptr;
+    void *value = nullptr;
+    void *item = vel_stringhash_enumerate_start(table, &key, &value);
+    while (item && value != &first)
+        item = vel_stringhash_enumerate_next(table, item, &key, &value);
+    ASSERT_STREQ(key, "AAAAAAA@xxxxxxxb");
+    EXPECT_EQ(vel_stringhash_add(table, key, &destroyed), 0);
+    EXPECT_THAT(destroyed, ElementsAre(&first));
+    EXPECT_EQ(vel_stringhash_lookup(table, "AAAAAAA@xxxxxxxb"), &destroyed);
+    EXPECT_EQ(vel_stringhash_lookup(table, "AAAAAAAAxxxxxxxB"), &second);
+}
+
 TEST_F(Velstringhash, RemoveRunsTheCallback)
 {
     EXPECT_EQ(vel_stringhash_add(table, "a", &first), 0);
