@@ -49,6 +49,7 @@ void vel_async_destroy(velasync *velasync)
 
     if (velasync->socket)
         vel_async_socket_destroy(velasync->socket);
+    velasync->socket = nullptr; /* the callbacks of timeouts still to come meet no freed memory */
     if (velasync->timeout)
         vel_async_timeout_destroy(velasync->timeout);
     if (velasync->operations)

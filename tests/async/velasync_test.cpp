@@ -567,4 +567,24 @@ TEST_F(VelasyncDeathTest, DestroyWithPendingTimeouts)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "first 125\nsecond 125\n");
 }
 
+/* It is the descriptors that go first. */
+TEST_F(VelasyncDeathTest, TimeoutThatIsDestroyedMayNotUnregister)
+{
+    socket_pair pair;
+    struct host {
+        velasync *async;
+        int descriptor;
+    } host = {async_, pair.own()};
+    const auto unregister = [](vel_error_t, void *context) {
+        const auto *closing = static_cast<struct host *>(context);
+        vel_async_unregister_socket_read(closing->async, closing->descriptor);
+    };
+    EXPECT_EQ(watch_read(pair.own(), "r"), VEL_ERROR_NONE);
+    velasyncop *op = vel_async_register_timeout_ms(async_, 10, unregister, &host);
+    EXPECT_DEATH(vel_async_destroy(async_),
+                 asserts("velasyncsocket != NULL", "vel_async_socket_unregister_read"));
+    vel_async_cancel(async_, op);
+    EXPECT_EQ(process(), VEL_ERROR_NONE);
+}
+
 } // namespace
