@@ -499,6 +499,23 @@ int64_t now_us()
     return int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
 }
 
+/* A program may have closed its standard input, so that 0 is a descriptor like any other. */
+TEST_F(EventqueueFile, StandInMayBeZero)
+{
+    const int input = fcntl(0, F_DUPFD_CLOEXEC, 3);
+    ASSERT_GE(input, 0);
+    close(0);
+    EXPECT_EQ(add(own(), kRead), 0);
+    EXPECT_EQ(add(own(), kWrite), 0);
+    EXPECT_NE(fcntl(0, F_GETFD), -1);
+    EXPECT_EQ(fetch_set(2), (std::set<event>{{own(), kRead}, {own(), kWrite}}));
+    vel_eventqueue_destroy(&queue_);
+    EXPECT_EQ(fcntl(0, F_GETFD), -1);
+    dup2(input, 0);
+    close(input);
+    EXPECT_EQ(vel_eventqueue_create(&queue_), 0);
+}
+
 /* Not before its time. */
 TEST_F(Eventqueue, WaitLastsItsTime)
 {
