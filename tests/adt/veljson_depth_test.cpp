@@ -1,5 +1,3 @@
-#include <functional>
-#include <pthread.h>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -7,25 +5,9 @@
 #include <vellib/vellib.h>
 
 #include "support/jsontest.h"
+#include "support/smallstack.h"
 
 using namespace support;
-
-/* Runs the body with a stack of 256 KiB. */
-static void run_on_small_stack(const std::function<void()> &body)
-{
-    pthread_attr_t attributes;
-    pthread_t thread;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
-    const auto entry = [](void *argument) -> void * {
-        (*static_cast<const std::function<void()> *>(argument))();
-        return nullptr;
-    };
-    ASSERT_EQ(
-        pthread_create(&thread, &attributes, entry, const_cast<std::function<void()> *>(&body)), 0);
-    ASSERT_EQ(pthread_join(thread, nullptr), 0);
-    pthread_attr_destroy(&attributes);
-}
 
 static constexpr size_t kElements = 10000000;
 

@@ -1,6 +1,3 @@
-#include <pthread.h>
-
-#include <functional>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -9,25 +6,10 @@
 #include <vellib/vellib.h>
 
 #include "support/logcapture.h"
+#include "support/smallstack.h"
 #include "support/xmltree.h"
 
 using namespace support;
-
-/* Runs the body on a thread whose stack has 256 KiB. */
-static void on_small_stack(std::function<void()> body)
-{
-    pthread_attr_t attributes;
-    pthread_t thread;
-    pthread_attr_init(&attributes);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
-    auto start = [](void *context) -> void * {
-        (*static_cast<std::function<void()> *>(context))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, start, &body), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-}
 
 static std::string repeated(const std::string &piece, size_t count)
 {
@@ -43,7 +25,7 @@ constexpr size_t kMillion = 1000000;
 TEST(VelxmlDepth, AMillionLevels)
 {
     const std::string text = repeated("<a>", kMillion) + "x" + repeated("</a>", kMillion);
-    on_small_stack([&text] {
+    run_on_small_stack([&text] {
         xml_document document;
         EXPECT_EQ(vel_xml_parse(document.xml, text.c_str()), 0);
         EXPECT_EQ(xml_query(document.xml, "a", "a", "a"), (xml_found{0, {}}));
@@ -54,7 +36,7 @@ TEST(VelxmlDepth, AMillionLevels)
 TEST(VelxmlDepth, AMillionLevelsThatFailInTheDepth)
 {
     const std::string text = repeated("<a>", kMillion) + "></a>";
-    on_small_stack([&text] {
+    run_on_small_stack([&text] {
         log_capture log;
         xml_document document;
         EXPECT_EQ(vel_xml_parse(document.xml, text.c_str()), -1);
@@ -69,7 +51,7 @@ TEST(VelxmlDepth, LevelsWithSiblings)
 {
     const size_t count = kMillion / 4;
     const std::string text = repeated("<b/><a>v<c/>", count) + repeated("<d></d></a><b/>", count);
-    on_small_stack([&text] {
+    run_on_small_stack([&text] {
         xml_document document;
         EXPECT_EQ(vel_xml_parse(document.xml, text.c_str()), 0);
         EXPECT_EQ(xml_query(document.xml, "a", "a", "a"), (xml_found{0, "v"}));
@@ -81,7 +63,7 @@ TEST(VelxmlDepth, LevelsWithSiblings)
 TEST(VelxmlDepth, AMillionSiblings)
 {
     const std::string text = repeated("<a/>", kMillion);
-    on_small_stack([&text] {
+    run_on_small_stack([&text] {
         xml_document document;
         EXPECT_EQ(vel_xml_parse(document.xml, text.c_str()), 0);
         EXPECT_EQ(xml_query(document.xml, "a/#", 999999u), (xml_found{0, {}}));
@@ -96,7 +78,7 @@ TEST(VelxmlDepth, IsWritten)
     const size_t depth = 4000;
     const std::string text = repeated("<a>", depth) + repeated("</a>", depth);
     std::string written;
-    on_small_stack([&text, &written] {
+    run_on_small_stack([&text, &written] {
         xml_document document;
         EXPECT_EQ(vel_xml_parse(document.xml, text.c_str()), 0);
         written = xml_output(document.xml);
