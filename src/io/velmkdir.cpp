@@ -46,6 +46,54 @@ static vel_error_t vel_mkdir_translated(const char *module, const char *pathname
     return velerror;
 }
 
+/* A directory above one that is to be made. Its path stands behind it. */
+struct vel_mkdir_parent {
+    vel_mkdir_parent *child; /* the one below, NULL if that is the last */
+};
+
+static char *vel_mkdir_parent_path(vel_mkdir_parent *parent)
+{
+    return reinterpret_cast<char *>(parent + 1);
+}
+
+static vel_mkdir_parent *vel_mkdir_create_parent(vel_mkdir_parent *child, const char *pathname,
+                                                 size_t length)
+{
+    auto *parent =
+        static_cast<vel_mkdir_parent *>(vel_malloc(sizeof(vel_mkdir_parent) + length + 1));
+    if (!parent)
+        return nullptr;
+    parent->child = child;
+    memcpy(vel_mkdir_parent_path(parent), pathname, length);
+    vel_mkdir_parent_path(parent)[length] = '\0';
+    return parent;
+}
+
+/* Finds the directories above that are missing; *parentptr receives the uppermost. The path may have
+ * as many parts as it likes: the stack does not grow with them, and what is longer than any path is
+ * not there, so that nobody looks. */
+static vel_error_t vel_mkdir_find_parents(const char *module, const char *pathname,
+                                          vel_mkdir_parent **parentptr)
+{
+    size_t length = strlen(pathname);
+    while ((length = vel_mkdir_parent_length(pathname, length)) > 0) {
+        if (length >= PATH_MAX)
+            continue;
+        vel_mkdir_parent *parent = vel_mkdir_create_parent(*parentptr, pathname, length);
+        if (!parent) {
+            VEL_LOG_IN(module, 7, "not enough memory for parent directory path name");
+            return VEL_ERROR_NO_MEMORY;
+        }
+        /* Where something else is there, making what is below fails by itself. */
+        if (vel_mkdir_is_directory(vel_mkdir_parent_path(parent)) != -1) {
+            vel_free(parent);
+            break;
+        }
+        *parentptr = parent;
+    }
+    return VEL_ERROR_NONE;
+}
+
 vel_error_t vel_mkdir_recursive_internal(const char *module, const char *pathname)
 {
     const int res = vel_mkdir_is_directory(pathname);
@@ -55,26 +103,16 @@ vel_error_t vel_mkdir_recursive_internal(const char *module, const char *pathnam
         return VEL_ERROR_EXISTS;
     VEL_ASSERT(res == -1);
 
-    /* What is longer than any path is not there, nor can it be made: that a path has a million parts
-     * costs neither stack nor time. */
-    size_t parentlength = strlen(pathname);
-    do {
-        parentlength = vel_mkdir_parent_length(pathname, parentlength);
-    } while (parentlength >= PATH_MAX);
-
-    if (parentlength > 0) {
-        char *parent = vel_strndup(pathname, parentlength);
-        if (!parent) {
-            VEL_LOG_IN(module, 7, "not enough memory for parent directory path name");
-            return VEL_ERROR_NO_MEMORY;
-        }
-        const vel_error_t velerror = vel_mkdir_recursive_internal(module, parent);
+    vel_mkdir_parent *parent = nullptr;
+    vel_error_t velerror = vel_mkdir_find_parents(module, pathname, &parent);
+    while (parent) {
+        vel_mkdir_parent *child = parent->child;
+        if (velerror == VEL_ERROR_NONE)
+            velerror = vel_mkdir_translated(module, vel_mkdir_parent_path(parent));
         vel_free(parent);
-        /* Where something else is there, making what is below fails by itself. */
-        if (velerror != VEL_ERROR_NONE && velerror != VEL_ERROR_EXISTS)
-            return velerror;
+        parent = child;
     }
-    return vel_mkdir_translated(module, pathname);
+    return velerror == VEL_ERROR_NONE ? vel_mkdir_translated(module, pathname) : velerror;
 }
 
 int vel_mkdir_file_path_internal(const char *module, const char *filename)
