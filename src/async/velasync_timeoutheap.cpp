@@ -95,18 +95,15 @@ static void vel_async_timeoutheap_compact(velasynctimeoutheap *heap)
     }
 }
 
-bool vel_async_timeoutheap_reserve(velasynctimeoutheap *heap)
+/* Doubles the room. Without memory for that all stays as it is. */
+static void vel_async_timeoutheap_grow(velasynctimeoutheap *heap)
 {
-    if (heap->count == heap->capacity && heap->vacantcount > heap->count / 2)
-        vel_async_timeoutheap_compact(heap);
-    if (heap->count < heap->capacity)
-        return true;
     /* As much stands in memory already, so twice the size does not overflow. */
     const size_t entriessize = heap->capacity * sizeof(velasynctimeoutentry);
     const size_t nodessize = heap->capacity * sizeof(velasynctimeoutnode *);
     void *block = vel_malloc(2 * (entriessize + nodessize));
     if (!block)
-        return false;
+        return;
     auto *entries = static_cast<velasynctimeoutentry *>(block);
     auto *nodes = reinterpret_cast<velasynctimeoutnode **>(entries + 2 * heap->capacity);
     memcpy(entries, heap->entries, entriessize);
@@ -117,7 +114,15 @@ bool vel_async_timeoutheap_reserve(velasynctimeoutheap *heap)
     heap->nodes = nodes;
     heap->capacity *= 2;
     vel_async_timeoutheap_share_out(heap);
-    return true;
+}
+
+bool vel_async_timeoutheap_reserve(velasynctimeoutheap *heap)
+{
+    if (heap->count == heap->capacity && heap->vacantcount <= heap->count / 2)
+        vel_async_timeoutheap_grow(heap);
+    if (heap->count == heap->capacity && heap->vacantcount > 0)
+        vel_async_timeoutheap_compact(heap);
+    return heap->count < heap->capacity;
 }
 
 void vel_async_timeoutheap_add(velasynctimeoutheap *heap, velasynctimeoutnode *node)

@@ -101,6 +101,38 @@ TEST_F(VelasyncMemory, Timeout)
               expected);
 }
 
+/* Where a queue cannot grow, the room of a few that were cancelled will do. */
+TEST_F(VelasyncMemory, RoomOfCancelledTimeouts)
+{
+    velasync *async = vel_async_create();
+    const auto add = [&] { return vel_async_register_timeout_ms(async, 1000000, timed, nullptr); };
+    const auto asks_to_grow = [&] { /* before it asks for the timeout, which is small */
+                                    const support::malloc_watch watch(1);
+                                    EXPECT_EQ(add(), nullptr);
+                                    return support::malloc_watch::sizes()[0] > 512;
+    };
+    std::vector<velasyncop *> pending;
+    while (!asks_to_grow() && pending.size() < 1000)
+        pending.push_back(add());
+    for (int i = 0; i < 3; i++) {
+        vel_async_cancel(async, pending.back());
+        pending.pop_back();
+    }
+    EXPECT_EQ(vel_async_process(async), VEL_ERROR_INCOMPLETE);
+    log_.clear();
+    {
+        const support::malloc_watch watch(1);
+        pending.push_back(add());
+        EXPECT_EQ(support::malloc_watch::count(), 3u);
+    }
+    EXPECT_NE(pending.back(), nullptr);
+    EXPECT_EQ(log_.take(), log_lines{});
+    for (velasyncop *op : pending)
+        vel_async_cancel(async, op);
+    EXPECT_EQ(vel_async_process(async), VEL_ERROR_NONE);
+    vel_async_destroy(async);
+}
+
 TEST_F(VelasyncMemory, Handle)
 {
     velasyncop *op = nullptr;
