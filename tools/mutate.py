@@ -41,7 +41,8 @@ import threading
 import quality
 
 MODULES = ["adt/velhash", "adt/velcache", "util/velurlencode", "util/velinifile", "util/velinifile_index",
-           "util/velinifile_read", "io/velhandle", "net/velicap_encapsulated"]
+           "util/velinifile_read", "io/velhandle", "net/velicap_encapsulated", "async/velasync_timeoutheap",
+           "platform/eventqueue_epoll"]
 EQUAL = pathlib.Path("tools/mutation_equal.txt")
 JOBS = 2
 MEGABYTE = 1 << 20
