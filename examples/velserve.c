@@ -243,15 +243,38 @@ static void send_file(struct request *request, const char *path)
         close(file);
 }
 
-/* Writes the row of an entry if it is a directory, or if it is none. */
-static void put_entry(FILE *page, const char *directory, const char *name, int isdirectory)
+/* Resolves a decoded path to a file or directory that lies below the root, wherever links lead.
+ * Returns NULL with *resolvedptr for free(), or the status to answer. */
+static const char *resolve(const struct site *site, const char *path, const char *name,
+                           char **resolvedptr)
+{
+    char *joined = vel_strdupf("%s%s%s", site->root, path, name);
+    if (!joined)
+        return SERVER_ERROR;
+    *resolvedptr = realpath(joined, NULL);
+    const char *status = *resolvedptr ? NULL : status_of(errno);
+    vel_free(joined);
+    size_t length = strlen(site->root);
+    if (!status && (strncmp(*resolvedptr, site->root, length) != 0 ||
+                    ((*resolvedptr)[length] != '/' && (*resolvedptr)[length] != '\0'))) {
+        free(*resolvedptr);
+        *resolvedptr = NULL;
+        status = FORBIDDEN;
+    }
+    return status;
+}
+
+/* Writes the row of an entry of a directory, which is a path in the URL, if the entry is a directory
+ * too, or if it is none. A link to nowhere is left out, and one that leads out of the root. */
+static void put_entry(FILE *page, const struct site *site, const char *path, const char *name,
+                      int isdirectory)
 {
     struct stat attributes;
     struct tm modified;
     char size[16] = "", when[32] = "";
-    char *path = vel_strdupf("%s/%s", directory, name);
-    /* A link to nowhere is left out. */
-    if (path && stat(path, &attributes) == 0 && !S_ISDIR(attributes.st_mode) == !isdirectory) {
+    char *resolved = NULL;
+    if (resolve(site, path, name, &resolved) == NULL && stat(resolved, &attributes) == 0 &&
+        !S_ISDIR(attributes.st_mode) == !isdirectory) {
         const char *slash = isdirectory ? "/" : "";
         if (localtime_r(&attributes.st_mtime, &modified))
             strftime(when, sizeof when, "%Y-%m-%d %H:%M", &modified);
@@ -263,12 +286,13 @@ static void put_entry(FILE *page, const char *directory, const char *name, int i
             common_format_amount(size, sizeof size, (double)attributes.st_size);
         fprintf(page, "%s</a><td>%s<td>%s\n", slash, size, when);
     }
-    vel_free(path);
+    free(resolved);
 }
 
 /* Writes a page that lists a directory: path in the URL, directory in the file system. Returns NULL
  * or the status to answer. */
-static const char *put_listing(FILE *page, const char *path, const char *directory)
+static const char *put_listing(FILE *page, const struct site *site, const char *path,
+                               const char *directory)
 {
     struct dirent **entries;
     int isroot = path[strspn(path, "/")] == '\0';
@@ -283,7 +307,7 @@ static const char *put_listing(FILE *page, const char *path, const char *directo
     for (int i = 0; i < 2 * count; i++) { /* directories come first */
         const char *name = entries[i % count]->d_name;
         if (strcmp(name, ".") != 0 && (strcmp(name, "..") != 0 || !isroot))
-            put_entry(page, directory, name, i < count);
+            put_entry(page, site, path, name, i < count);
     }
     for (int i = 0; i < count; i++)
         free(entries[i]);
@@ -297,7 +321,7 @@ static void send_listing(struct request *request, const char *path, const char *
     char *text = NULL;
     size_t length;
     FILE *page = open_memstream(&text, &length);
-    const char *status = page ? put_listing(page, path, directory) : SERVER_ERROR;
+    const char *status = page ? put_listing(page, request->site, path, directory) : SERVER_ERROR;
     if (page && ferror(page))
         status = SERVER_ERROR;
     if (page && fclose(page) != 0)
@@ -353,27 +377,6 @@ static const char *decode_target(char *path, const char *target)
             return FORBIDDEN;
     }
     return NULL;
-}
-
-/* Resolves a decoded path to a file or directory that lies below the root, wherever links lead.
- * Returns NULL with *resolvedptr for free(), or the status to answer. */
-static const char *resolve(const struct site *site, const char *path, const char *name,
-                           char **resolvedptr)
-{
-    char *joined = vel_strdupf("%s%s%s", site->root, path, name);
-    if (!joined)
-        return SERVER_ERROR;
-    *resolvedptr = realpath(joined, NULL);
-    const char *status = *resolvedptr ? NULL : status_of(errno);
-    vel_free(joined);
-    size_t length = strlen(site->root);
-    if (!status && (strncmp(*resolvedptr, site->root, length) != 0 ||
-                    ((*resolvedptr)[length] != '/' && (*resolvedptr)[length] != '\0'))) {
-        free(*resolvedptr);
-        *resolvedptr = NULL;
-        status = FORBIDDEN;
-    }
-    return status;
 }
 
 /* Answers a request that was read in full. */

@@ -171,6 +171,8 @@ class Fetch(Served):
         self.assertIn('href="../"', page)
         self.assertNotIn('href="../"', self.curl("/").body.decode())
         self.assertNotIn("nowhere", self.curl("/").body.decode())
+        self.assertNotIn("outside", self.curl("/").body.decode())
+        self.assertIn("inside", self.curl("/").body.decode())
 
     def test_index(self):
         self.assertEqual(self.curl("/with%20index/").body, b"the index\n")
