@@ -272,7 +272,8 @@ int vel_file_data_save(const char *filename, const void *data, size_t datalen)
     return written == datalen ? 0 : -1;
 }
 
-/* Reads from start to end into a new block. Returns NULL on failure, with errno set. */
+/* Reads from start to end into a new block. Returns NULL on failure, with errno as the failing call
+ * left it. */
 static void *vel_file_read_all(FILE *file, size_t *lengthptr)
 {
     if (fseek(file, 0, SEEK_END) != 0)
