@@ -1,6 +1,5 @@
 #include <vellib/velhex2bin.h>
 
-#include <array>
 #include <cstdint>
 #include <cstring>
 
@@ -8,35 +7,19 @@
 
 #include "util/velassert.h"
 #include "util/velhex2bin_internal.h"
+#include "util/velhexdigits_core.h"
 #include "util/vellog_macros.h"
 
 #define VEL_MODULE "util/velhex2bin"
-
-/* Stands above every value of a digit. */
-static constexpr uint8_t VEL_HEX2BIN_INVALID = 0x80;
-
-static constexpr std::array<uint8_t, 256> vel_hex2bin_fill_values()
-{
-    std::array<uint8_t, 256> values = {};
-    for (auto &entry : values)
-        entry = VEL_HEX2BIN_INVALID;
-    for (uint8_t value = 0; value < 16; value++) {
-        values[static_cast<uint8_t>("0123456789abcdef"[value])] = value;
-        values[static_cast<uint8_t>("0123456789ABCDEF"[value])] = value;
-    }
-    return values;
-}
-
-static constexpr auto vel_hex2bin_values = vel_hex2bin_fill_values();
 
 /* False at the first character that is no digit. */
 static bool vel_hex2bin_convert(const vel_textkernels *kernels, uint8_t *dest,
                                 const uint8_t *digits, size_t len)
 {
     for (size_t i = kernels->hex_decode(dest, digits, len); i < len; i += 2) {
-        unsigned high = vel_hex2bin_values[digits[i]];
-        unsigned low = vel_hex2bin_values[digits[i + 1]];
-        if ((high | low) >= VEL_HEX2BIN_INVALID)
+        unsigned high = vel_hexdigits_values[digits[i]];
+        unsigned low = vel_hexdigits_values[digits[i + 1]];
+        if ((high | low) >= VEL_HEXDIGITS_INVALID)
             return false;
         dest[i / 2] = static_cast<uint8_t>(high << 4 | low);
     }

@@ -1,6 +1,5 @@
 #include <vellib/velurldecode.h>
 
-#include <array>
 #include <cstdint>
 #include <cstring>
 
@@ -8,27 +7,11 @@
 #include <vellib/velmalloc.h>
 
 #include "util/velassert.h"
+#include "util/velhexdigits_core.h"
 #include "util/vellog_macros.h"
 #include "util/velurldecode_internal.h"
 
 #define VEL_MODULE "util/velurldecode"
-
-/* Stands above every value of a digit. */
-static constexpr uint8_t VEL_URLDECODE_INVALID = 0x80;
-
-static constexpr std::array<uint8_t, 256> vel_urldecode_fill_values()
-{
-    std::array<uint8_t, 256> values = {};
-    for (auto &entry : values)
-        entry = VEL_URLDECODE_INVALID;
-    for (uint8_t value = 0; value < 16; value++) {
-        values[static_cast<uint8_t>("0123456789abcdef"[value])] = value;
-        values[static_cast<uint8_t>("0123456789ABCDEF"[value])] = value;
-    }
-    return values;
-}
-
-static constexpr auto vel_urldecode_values = vel_urldecode_fill_values();
 
 /* The byte of the escape at source, which is left bytes from the end. */
 static inline vel_error_t vel_urldecode_escape(const uint8_t *source, size_t left, uint8_t *byteptr)
@@ -37,8 +20,8 @@ static inline vel_error_t vel_urldecode_escape(const uint8_t *source, size_t lef
     for (size_t i = 1; i <= 2; i++) {
         if (left <= i)
             return VEL_ERROR_INCOMPLETE;
-        const unsigned digit = vel_urldecode_values[source[i]];
-        if (digit == VEL_URLDECODE_INVALID)
+        const unsigned digit = vel_hexdigits_values[source[i]];
+        if (digit == VEL_HEXDIGITS_INVALID)
             return VEL_ERROR_INVALID_SYNTAX;
         value = value << 4 | digit;
     }
