@@ -561,6 +561,8 @@ static int take_operands(struct fetch *fetch, int argc, char **argv)
 
     char *url = argv[0];
     url[strcspn(url, "#")] = '\0'; /* a fragment is not for the server */
+    if (vel_strncasecmp(url, "http://", 7) == 0)
+        memcpy(url, "http", 4); /* the library wants it in lower case */
     fetch->url = url;
     if (url[strcspn(url, " \t\r\n")])
         return fail(fetch, FAILED_URL, tr("the URL has white space in it: %s"), url);

@@ -242,7 +242,8 @@ VEL_API void vel_http_set_progress_callbacks(velhttp *velhttp, vel_http_progress
  * say where to; VEL_ERROR_UNSUPPORTED if the backend cannot perform; VEL_ERROR_NO_MEMORY; or what
  * the backend or a callback says. A failure is logged. The response then is what had come in.
  * Note: a redirect to anything but a full URL or a path that begins with a slash is not resolved.
- */
+ * Note: a redirect to another host gets the headers and the body too. The callback of
+ * vel_http_set_proxy_callback learns where each pass goes, and may refuse. */
 VEL_API vel_error_t vel_http_perform(velhttp *velhttp);
 
 /* Gives the prepared request to an asynchronous backend and prepares a fresh one, with nothing

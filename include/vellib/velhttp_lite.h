@@ -26,6 +26,7 @@ VEL_DECLARATIONS_BEGIN
  *
  * Returns the context, for vel_http_destroy and all functions of velhttp, or NULL if there is not
  * enough memory, which is logged.
+ * Note: a user and a password in the URL are not sent.
  * Note: an IPv6 address goes into the Host header without brackets, which some servers refuse.
  * Note: after a 407 with a proxy user set, the transfer ends with the status code 0, if the proxy
  * offers Basic; without one, the request is sent again as it was, up to 10 times in all.

@@ -111,6 +111,11 @@ class ExitCode(Fetching):
         self.assertEqual((result.returncode, result.stderr), (0, b""))
         self.assertEqual(digest(result.stdout), digest(body))
 
+    def test_0_scheme_in_capitals(self):
+        server = self.serve(always(answer(b"body")))
+        result = self.fetch(server.url.replace("http", "HTTP", 1))
+        self.assertEqual((result.returncode, result.stdout, result.stderr), (0, b"body", b""))
+
     def test_0_without_a_length(self):
         server = self.serve(always(b"HTTP/1.0 200 OK\r\n\r\nuntil the end"))
         self.assertEqual(self.fetch(server.url).stdout, b"until the end")
