@@ -19,7 +19,8 @@
  *
  * NULL for a log means the default log, which the library itself writes to and which arises at
  * first use; vel_log_destroy and vel_log_syslog_map alone do not take it. If the default log
- * cannot be made for want of memory, a setter does nothing.
+ * cannot be made for want of memory, a setter does nothing. Delivery leaves errno as it was, but for
+ * what a callback does to it.
  *
  * Threads: a log belongs to one thread until vel_log_init_threaded, which vel_thread_start calls.
  * From then on lines of the library (VEL_LOG_AT) exclude each other, and so do vel_log and

@@ -1,4 +1,5 @@
 /* The delivery of one message to the sinks, in a fixed order. */
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <syslog.h>
@@ -144,6 +145,8 @@ int vel_log_buffer(vellog *vellog, const char *prefix, const char *string, size_
     int failed = 0;
     if (vellog->callbackenabled && level <= vellog->callbacklevel)
         failed += vel_log_to_callback(vellog, &line, level);
+    /* Callers tell why something failed before they are done with its errno. */
+    const int platformerrno = errno;
     if (vellog->logfileenabled && level <= vellog->logfilelevel)
         failed += vel_log_to_logfile(vellog, &line);
     if (vellog->stdoutenabled && level <= vellog->stdoutlevel)
@@ -152,5 +155,6 @@ int vel_log_buffer(vellog *vellog, const char *prefix, const char *string, size_
         failed += vel_log_write_line(stderr, &line);
     if (vellog->syslogenabled && level <= vellog->sysloglevel)
         vel_log_to_syslog(vellog, &line, level);
+    errno = platformerrno;
     return -failed;
 }

@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <vellib/vellog.h>
 #include <vellib/velsocket.h>
 
 #include "support/netfixture.h"
@@ -316,6 +317,17 @@ TEST_P(VelsocketWriteCase, Datagram)
 
 INSTANTIATE_TEST_SUITE_P(Rows, VelsocketWriteCase, testing::ValuesIn(kWriteCases),
                          [](const auto &row) { return row.param.name; });
+
+/* The errno is read again behind the log, which here has an errno of its own at each line. */
+TEST_F(VelsocketFaults, LogThatCannotBeWrittenChangesNoResult)
+{
+    ASSERT_EQ(vel_log_logfile_set_name(nullptr, "/no/such/directory/test.log"), 0);
+    for (const write_case &row : kWriteCases) {
+        shim_.fail("send", row.platformerrno);
+        EXPECT_EQ(vel_socket_write(client_, "ping", 4), row.count) << row;
+        EXPECT_EQ(vel_socket_get_error(client_), row.result) << row;
+    }
+}
 
 TEST_F(VelsocketFaults, RefusedBroadcastIsSentAgain)
 {

@@ -262,3 +262,17 @@ TEST_F(VellogFile, ShortWriteOfTheMessageCounts)
     EXPECT_EQ(vel_log_raw(log_, 1, "text"), -1);
     EXPECT_EQ(given.text, "\n");
 }
+
+TEST_F(VellogFile, FailureOfASinkLeavesErrno)
+{
+    vel_log_logfile_enable(log_);
+    ASSERT_EQ(vel_log_logfile_set_name(log_, "no/such.log"), 0);
+    errno = EPIPE;
+    EXPECT_EQ(vel_log_raw(log_, 8, "one"), -1);
+    EXPECT_EQ(errno, EPIPE);
+
+    cookies_[0].refusals = 1;
+    vel_log_logfile_set_filehandle(log_, open_cookie(&cookies_[0]));
+    EXPECT_EQ(vel_log_raw(log_, 8, "two"), -1);
+    EXPECT_EQ(errno, EPIPE);
+}
