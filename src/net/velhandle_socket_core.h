@@ -157,7 +157,7 @@ static size_t vel_handlecore_write(velhandle *velhandle, const void *buf, size_t
     if (result > 0)
         return result;
 
-    vel_error_t velerror = vel_socket_get_error(context->velsocket);
+    vel_error_t velerror = context->velsocket->writeerror;
     if (velerror != VEL_ERROR_WOULD_BLOCK) {
         VEL_LOG_IN(Twin::module, 7, "unable to write to %s socket, error %d (%s)", Twin::lower,
                    velerror, vel_error_string(velerror));

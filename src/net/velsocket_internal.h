@@ -49,9 +49,10 @@ struct velsocket {
      * thread of the server waits on the same socket, and both leave their result here. So an
      * operation returns its own result, and never what it finds here. */
     std::atomic<vel_error_t> error;
-    /* Of the last read, for the handle that reads: what it finds in error may be of the other
-     * thread by then. */
+    /* Of the last read and of the last write, for the handle: what it finds in error may be of the
+     * other thread by then. */
     vel_error_t readerror;
+    vel_error_t writeerror;
 };
 
 /* Keeps the result of an operation in the socket, and returns it. */

@@ -202,10 +202,10 @@ size_t vel_socket_write(velsocket *velsocket, const void *buf, size_t len)
 
     const bool udp = velsocket->socktype == SOCK_DGRAM;
     size_t count = 0;
-    vel_error_t velerror = udp ? vel_socket_write_udp(velsocket, &count, buf, len)
-                               : vel_socket_send(velsocket, &count, buf, len, 0);
-    vel_socket_keep_error(velsocket, velerror);
-    if (velerror == VEL_ERROR_NONE)
+    velsocket->writeerror = udp ? vel_socket_write_udp(velsocket, &count, buf, len)
+                                : vel_socket_send(velsocket, &count, buf, len, 0);
+    vel_socket_keep_error(velsocket, velsocket->writeerror);
+    if (velsocket->writeerror == VEL_ERROR_NONE)
         return count;
 
     /* The errno is read once more, as it stands after the lines logged so far. */
@@ -214,7 +214,7 @@ size_t vel_socket_write(velsocket *velsocket, const void *buf, size_t len)
         VEL_LOG(7, "%s() returned EACCES", udp ? "sendto" : "send");
         return EACCES;
     }
-    vel_socket_keep_error(velsocket,
-                          vel_socket_map_errno(vel_descriptor_write_errors, platformerrno));
+    velsocket->writeerror = vel_socket_map_errno(vel_descriptor_write_errors, platformerrno);
+    vel_socket_keep_error(velsocket, velsocket->writeerror);
     return 0;
 }

@@ -57,6 +57,25 @@ TEST_P(VelsocketSurvivorCase, IsKept)
 INSTANTIATE_TEST_SUITE_P(Rows, VelsocketSurvivorCase, testing::ValuesIn(kSurvivorCases),
                          [](const auto &row) { return row.param.name; });
 
+/* The port of a server may be asked for, by another thread, while its own reads and writes. */
+TEST(VelsocketInternal, AskingForThePortLeavesWhatAHandleLooksFor)
+{
+    unsigned int port = 0;
+    char byte = 0;
+    velsocket *velsocket = vel_socket_udp_create();
+    ASSERT_NE(velsocket, nullptr);
+    ASSERT_EQ(vel_socket_bind(velsocket, "127.0.0.1", 0), VEL_ERROR_NONE);
+    EXPECT_EQ(vel_socket_read_with_timeout(velsocket, &byte, 1, 0, 0), 0u);
+    EXPECT_EQ(vel_socket_write(velsocket, &byte, 1),
+              0u); /* nothing has come that it could answer */
+    EXPECT_EQ(vel_socket_get_error(velsocket), VEL_ERROR_GENERIC);
+    EXPECT_EQ(vel_socket_get_local_port(velsocket, &port), VEL_ERROR_NONE);
+    EXPECT_EQ(vel_socket_get_error(velsocket), VEL_ERROR_NONE);
+    EXPECT_EQ(velsocket->readerror, VEL_ERROR_TIMED_OUT);
+    EXPECT_EQ(velsocket->writeerror, VEL_ERROR_GENERIC);
+    vel_socket_destroy(velsocket);
+}
+
 TEST(VelsocketInternalDeathTest, InitAssertsHandle)
 {
     EXPECT_DEATH(vel_socket_init(nullptr, AF_INET, SOCK_STREAM, 0),
