@@ -112,12 +112,15 @@ VEL_API void *vel_http_get_async_context(velhttp *velhttp);
  * Returns VEL_ERROR_NONE; VEL_ERROR_UNSUPPORTED if the backend takes no URLs; what the backend
  * says; VEL_ERROR_INVALID_ARGUMENT for a URL with fewer than two slashes, or VEL_ERROR_NO_MEMORY,
  * both when the backend has already taken the URL. A failure is logged, but for that of the
- * backend. */
+ * backend.
+ * Note: blanks and line feeds in it are not refused, and the backend of vel_http_lite_create sends
+ * them: test a URL from outside. */
 VEL_API vel_error_t vel_http_set_url(velhttp *velhttp, const char *url);
 
 /* Sets the method.
  *
- * method  any word. GET, POST, PUT and DELETE, in capitals, do what the four functions below do.
+ * method  any word; it is sent unchecked. GET, POST, PUT and DELETE, in capitals, do what the four
+ *         functions below do.
  *
  * Returns VEL_ERROR_NONE, or VEL_ERROR_NO_MEMORY, logged, with no method set. */
 VEL_API vel_error_t vel_http_set_method(velhttp *velhttp, const char *method);

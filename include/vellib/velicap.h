@@ -75,7 +75,8 @@ VEL_API void vel_icap_reset(velicap *velicap);
  * Note: any other scheme goes by TCP as well. The process aborts by an assertion in
  * vel_icap_perform if the URL then has no port and its scheme no usual one, as with "ftp2://host/".
  * Note: a path is silently cut to what the platform's address of such a socket holds, which is 107
- * bytes on Linux. */
+ * bytes on Linux.
+ * Note: blanks and line feeds are not refused, and are sent: test a URL from outside. */
 VEL_API vel_error_t vel_icap_set_url(velicap *velicap, const char *url);
 
 /* Sets the limit of each whole vel_icap_perform; none by default.
