@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -109,6 +110,7 @@ void common_start(const char *program)
     const char *locale = locale_name();
 
     fill_standard_descriptors();
+    signal(SIGXFSZ, SIG_IGN); /* a file that may not grow is an error of its write, not our end */
     program_name = program;
     if (*locale && strcmp(locale, "C") != 0 && strcmp(locale, "POSIX") != 0)
         load_catalogues();

@@ -6,6 +6,7 @@ import os
 import pathlib
 import pty
 import re
+import resource
 import select
 import signal
 import socket
@@ -268,6 +269,15 @@ class ExitCode(Fetching):
             )
         small = self.serve(always(answer(b"x")))  # seen when the file is closed, not before
         self.check(23, "No space left", "-o", "/dev/full", small.url)
+
+    def test_23_file_that_may_not_grow(self):
+        def limit():
+            resource.setrlimit(resource.RLIMIT_FSIZE, (10000, 10000))
+
+        server = self.serve(always(answer(bytes(100000))))
+        self.check(23, "cannot write file: File too large", "-o", "file", server.url,
+                   preexec_fn=limit)
+        self.assertEqual(os.listdir(self.here), [])
 
     def test_28_timeout(self):
         def silent(connection, _):
