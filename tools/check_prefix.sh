@@ -95,7 +95,7 @@ unset VELMALLOC_FAILMODE
     { echo "the sweep ended after $stacks stacks with $status:"; cat host.log; exit 1; }
 cd "$work"
 
-# Finding the library leaves the variables of a host alone.
+# Finding the library leaves the variables of a host alone, and finds nothing that is not there.
 mkdir "$work/find"
 cat >"$work/find/CMakeLists.txt" <<'TEXT'
 cmake_minimum_required(VERSION 3.16)
@@ -104,6 +104,10 @@ set(PACKAGE_VERSION "the host's")
 find_package(vellib 1.0 REQUIRED)
 if(NOT PACKAGE_VERSION STREQUAL "the host's" OR DEFINED PACKAGE_VERSION_COMPATIBLE)
   message(FATAL_ERROR "find_package changed PACKAGE_VERSION to ${PACKAGE_VERSION}")
+endif()
+find_package(vellib 1.0 QUIET COMPONENTS none)
+if(vellib_FOUND)
+  message(FATAL_ERROR "find_package finds a component that there is not")
 endif()
 TEXT
 cmake -S "$work/find" -B "$work/find/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
