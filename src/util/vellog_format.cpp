@@ -58,7 +58,7 @@ static int vel_log_text_end(vel_log_text *text, const char *begin)
     return static_cast<int>(text->next - begin);
 }
 
-/* Formats what has no conversions but %s, %d and %lu. Returns false for anything else. */
+/* Formats what has no conversions but %s, %d, %lu and %zu. Returns false for anything else. */
 static bool vel_log_text_format(vel_log_text *text, const char *format, va_list ap)
 {
     for (;;) {
@@ -76,6 +76,9 @@ static bool vel_log_text_format(vel_log_text *text, const char *format, va_list 
             added = string && vel_log_text_add(text, string, strlen(string));
         } else if (format[1] == 'l' && format[2] == 'u') {
             added = vel_log_text_add_number(text, va_arg(ap, unsigned long), false);
+            format++;
+        } else if (format[1] == 'z' && format[2] == 'u') {
+            added = vel_log_text_add_number(text, va_arg(ap, size_t), false);
             format++;
         }
         if (!added)

@@ -362,6 +362,7 @@ TEST_F(Vellog, MacroFormatsAsPrintf)
     expect_as_printf("<%s> and <%s>", none, "\xff%d%%");
     expect_as_printf("%d%d%d %d %d", 0, -1, 10, INT_MIN, INT_MAX);
     expect_as_printf("%lu %lu %lu", 0UL, ULONG_MAX, 9UL);
+    expect_as_printf("%zu %zu of %zu", size_t{0}, SIZE_MAX, size_t{9});
     expect_as_printf("%s %d %lu%s", "a", 1, 2UL, "b");
     expect_as_printf("%d %% %d", 1, 2);
     expect_as_printf("%d %5d|%-5d|%05d|%+d", 1, 2, 3, 4, 5);
