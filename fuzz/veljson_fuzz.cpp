@@ -101,6 +101,21 @@ static void check_again(veljson *document, const std::string &first)
     vel_json_destroy(again);
 }
 
+/* A long text is kept in another way, and comes to the same. */
+static void check_long(const std::string &text, const std::string *first)
+{
+    veljson *document = create();
+    const bool accepted = vel_json_parse(document, (std::string(16384, ' ') + text).c_str()) == 0;
+
+    FUZZ_REQUIRE(accepted == (first != nullptr));
+    if (accepted) {
+        FUZZ_REQUIRE(output(document) == *first);
+        check_node(document, document->root);
+        FUZZ_REQUIRE(vel_json_node_set_null(document, nullptr) == VEL_ERROR_NONE);
+    }
+    vel_json_destroy(document);
+}
+
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string text(data, data + size);
@@ -110,10 +125,12 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (vel_json_parse(document, text.c_str()) == 0) {
         const bool readable = check_node(document, document->root);
         const std::string first = output(document);
+        check_long(text, &first);
         if (readable)
             check_again(document, first);
     } else {
         FUZZ_REQUIRE(!document->root);
+        check_long(text, nullptr);
     }
     vel_json_destroy(document);
     return 0;

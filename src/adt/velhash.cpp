@@ -82,7 +82,58 @@ static void vel_hash_array_clear(velhash *velhash, velhasharray *velhasharray)
 static velhasharray *vel_hash_start_resize(velhash *velhash, size_t slotcount)
 {
     velhash->mainarray->cursor = 0;
-    return vel_hash_array_create(slotcount);
+    if (!velhash->takecallback)
+        return vel_hash_array_create(slotcount);
+    void *const memory =
+        velhash->takecallback(velhash->takecontext, vel_hash_array_size(slotcount));
+    return memory ? vel_hash_array_create_in(memory, slotcount) : nullptr;
+}
+
+static void vel_hash_log_growing(size_t newslotcount)
+{
+    VEL_LOG(13, "start growing hashtable to %zu slots", newslotcount);
+}
+
+static void vel_hash_log_replacing(const char *which)
+{
+    VEL_LOG(13, "replacing the main hash array with the %s one", which);
+}
+
+void vel_hash_log_create()
+{
+    VEL_LOG(13, "create an initial hash array of size %zu", vel_hash_initialslots);
+}
+
+/* A growth begins at the limit, and each item that follows moves one, until all have moved. */
+void vel_hash_log_add(size_t entries)
+{
+    size_t slotcount = vel_hash_initialslots;
+
+    for (; entries > 2 * vel_hash_limit(slotcount); slotcount = vel_hash_grown(slotcount))
+        continue;
+    if (entries == vel_hash_limit(slotcount))
+        vel_hash_log_growing(vel_hash_grown(slotcount));
+    else if (entries == 2 * vel_hash_limit(slotcount))
+        vel_hash_log_replacing("bigger");
+}
+
+size_t vel_hash_slotcount_after(size_t entries, bool *growingptr)
+{
+    size_t slotcount = vel_hash_initialslots;
+
+    while (entries >= 2 * vel_hash_limit(slotcount))
+        slotcount = vel_hash_grown(slotcount);
+    *growingptr = entries >= vel_hash_limit(slotcount);
+    return slotcount;
+}
+
+size_t vel_hash_size(size_t entries)
+{
+    bool growing;
+    const size_t slotcount = vel_hash_slotcount_after(entries, &growing);
+
+    return sizeof(velhash) + vel_hash_array_size(slotcount) +
+           (growing ? vel_hash_array_size(vel_hash_grown(slotcount)) : 0);
 }
 
 void vel_hash_start_growing(velhash *velhash)
@@ -91,11 +142,11 @@ void vel_hash_start_growing(velhash *velhash)
     VEL_ASSERT(velhash->smallerarray == NULL);
 
     const size_t slotcount = velhash->mainarray->slotcount;
-    const size_t newslotcount = 4 * slotcount + 1;
+    const size_t newslotcount = vel_hash_grown(slotcount);
     if (newslotcount <= slotcount)
         return;
 
-    VEL_LOG(13, "start growing hashtable to %zu slots", newslotcount);
+    vel_hash_log_growing(newslotcount);
     velhash->biggerarray = vel_hash_start_resize(velhash, newslotcount);
     if (!velhash->biggerarray)
         VEL_LOG(7, "not enough memory to grow the hashtable from %zu to %zu slots", slotcount,
@@ -121,8 +172,7 @@ void vel_hash_replace_main(velhash *velhash)
 {
     velhasharray *const target = vel_hash_target(velhash);
 
-    VEL_LOG(13, "replacing the main hash array with the %s one",
-            target == velhash->biggerarray ? "bigger" : "smaller");
+    vel_hash_log_replacing(target == velhash->biggerarray ? "bigger" : "smaller");
     vel_hash_array_destroy(velhash->mainarray);
     velhash->mainarray = target;
     velhash->biggerarray = nullptr;
@@ -162,8 +212,40 @@ velhash *vel_hash_create(size_t linkoffset, vel_hash_calc_cb *calchashcallback,
     velhash->linkoffset = linkoffset;
     velhash->context = context;
 
-    VEL_LOG(13, "create an initial hash array of size %zu", velhash->minslotcount);
+    vel_hash_log_create();
     return vel_hash_build(velhash);
+}
+
+velhash *vel_hash_create_in(size_t entries, size_t linkoffset, vel_hash_calc_cb *calchashcallback,
+                            vel_hash_compare_cb *comparecallback,
+                            vel_hash_destroy_cb *destroycallback, void *context,
+                            vel_hash_take_cb *takecallback, void *takecontext)
+{
+    auto *const memory = static_cast<char *>(takecallback(takecontext, vel_hash_size(entries)));
+    if (!memory) {
+        VEL_LOG(7, "not enough memory for velhash structure");
+        return nullptr;
+    }
+    bool growing;
+    const size_t slotcount = vel_hash_slotcount_after(entries, &growing);
+    char *const arrays = memory + sizeof(velhash);
+    auto *const velhash = reinterpret_cast<struct velhash *>(memory);
+
+    *velhash = {};
+    velhash->minslotcount = vel_hash_initialslots;
+    velhash->mainarray = vel_hash_array_create_in(arrays, slotcount);
+    if (growing)
+        velhash->biggerarray = vel_hash_array_create_in(arrays + vel_hash_array_size(slotcount),
+                                                        vel_hash_grown(slotcount));
+    velhash->calchashcallback = calchashcallback;
+    velhash->comparecallback = comparecallback;
+    velhash->destroycallback = destroycallback;
+    velhash->linkoffset = linkoffset;
+    velhash->context = context;
+    velhash->takecallback = takecallback;
+    velhash->takecontext = takecontext;
+    velhash->borrowed = true;
+    return velhash;
 }
 
 velhash *vel_hash_create_from(velhash *original)
@@ -192,7 +274,8 @@ void vel_hash_destroy(velhash *velhash)
     VEL_ASSERT(velhash->entries == 0);
     if (velhash->mainarray)
         vel_hash_array_destroy(velhash->mainarray);
-    vel_free(velhash);
+    if (!velhash->borrowed)
+        vel_free(velhash);
 }
 
 /* Clears an array that items were to move to, and destroys it. */

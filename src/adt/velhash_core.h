@@ -14,6 +14,10 @@
 
 static constexpr size_t vel_hash_initialslots = 5;
 
+/* Takes size bytes for pointers, which outlive the table, out of memory of a neighbour; NULL if there
+ * are none. */
+typedef void *vel_hash_take_cb(void *takecontext, size_t size);
+
 struct velhash {
     size_t minslotcount;
     velhasharray *mainarray;    /* the array in use; NULL in a half-built table only */
@@ -25,11 +29,46 @@ struct velhash {
     vel_hash_destroy_cb *destroycallback;
     size_t linkoffset; /* from the start of an item to its link, in bytes */
     void *context;     /* of the callbacks */
+    vel_hash_take_cb
+        *takecallback; /* where a resize has its array, or NULL for a block of its own */
+    void *takecontext;
+    bool borrowed; /* the table is in memory of a neighbour */
 };
+
+/* Makes a table in memory of a neighbour, or returns NULL, with a line logged. It is empty, but its
+ * arrays are those of a table to which this many items have been added, with keys of which no two are
+ * equal. */
+velhash *vel_hash_create_in(size_t entries, size_t linkoffset, vel_hash_calc_cb *calchashcallback,
+                            vel_hash_compare_cb *comparecallback,
+                            vel_hash_destroy_cb *destroycallback, void *context,
+                            vel_hash_take_cb *takecallback, void *takecontext);
+
+/* The bytes that it takes. */
+size_t vel_hash_size(size_t entries);
+
+/* The slots of its mainarray. *growingptr receives whether there is a biggerarray. */
+size_t vel_hash_slotcount_after(size_t entries, bool *growingptr);
+
+/* Logs what the creation of a table says. */
+void vel_hash_log_create();
+
+/* Logs what is said when the last of this many items is added, with keys of which no two are equal. */
+void vel_hash_log_add(size_t entries);
 
 /* Starts a resize, unless there is no memory, which it logs. */
 void vel_hash_start_growing(velhash *velhash);
 void vel_hash_start_shrinking(velhash *velhash);
+
+/* With how many items an array begins to grow, and to how many slots. */
+static inline size_t vel_hash_limit(size_t slotcount)
+{
+    return slotcount - slotcount / 10;
+}
+
+static inline size_t vel_hash_grown(size_t slotcount)
+{
+    return 4 * slotcount + 1;
+}
 
 /* Ends a resize once mainarray is empty. */
 void vel_hash_replace_main(velhash *velhash);
@@ -132,7 +171,7 @@ static inline void vel_hash_add_item(velhash *velhash, void *item, size_t hash,
     velhash->entries++;
     if (target != mainarray)
         vel_hash_move_one_item<Kind>(velhash, target);
-    else if (mainarray->entries >= mainarray->slotcount - mainarray->slotcount / 10)
+    else if (mainarray->entries >= vel_hash_limit(mainarray->slotcount))
         vel_hash_start_growing(velhash);
 }
 

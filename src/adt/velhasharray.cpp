@@ -18,23 +18,35 @@ static size_t vel_hash_blockcount(size_t slotcount)
 
 void vel_hash_array_destroy(velhasharray *velhasharray)
 {
+    if (velhasharray->borrowed)
+        return;
     vel_free(velhasharray->slots);
     vel_free(velhasharray);
 }
 
-/* One block of memory for the slots and the usage of their blocks, of which only the usage is
- * zeroed. NULL also if its size cannot be told in a size_t. */
+/* The size of the block for the slots and the usage of their blocks. */
+static size_t vel_hash_array_slotsize(size_t slotcount)
+{
+    return slotcount * sizeof(velhashslot) + vel_hash_blockcount(slotcount) * sizeof(uint32_t);
+}
+
+/* Gives an array its slots, of which only the usage of the blocks is zeroed. */
+static void vel_hash_array_set_slots(velhasharray *velhasharray, velhashslot *slots,
+                                     size_t slotcount)
+{
+    velhasharray->slotcount = slotcount;
+    velhasharray->slots = slots;
+    velhasharray->reciprocal = SIZE_MAX / slotcount;
+    velhasharray->blockusage = reinterpret_cast<uint32_t *>(slots + slotcount);
+    memset(velhasharray->blockusage, 0, vel_hash_blockcount(slotcount) * sizeof(uint32_t));
+}
+
+/* NULL also if the size cannot be told in a size_t. */
 static velhashslot *vel_hash_array_allocate_slots(size_t slotcount)
 {
     if (slotcount > SIZE_MAX / sizeof(velhashslot) / 2)
         return nullptr;
-    const size_t slotsize = slotcount * sizeof(velhashslot);
-    const size_t usagesize = vel_hash_blockcount(slotcount) * sizeof(uint32_t);
-
-    auto *slots = static_cast<velhashslot *>(vel_malloc(slotsize + usagesize));
-    if (slots)
-        memset(slots + slotcount, 0, usagesize);
-    return slots;
+    return static_cast<velhashslot *>(vel_malloc(vel_hash_array_slotsize(slotcount)));
 }
 
 velhasharray *vel_hash_array_create(size_t slotcount)
@@ -47,16 +59,30 @@ velhasharray *vel_hash_array_create(size_t slotcount)
         VEL_LOG_IN(vel_hash_array_module, 7, "not enough memory for hash array structure");
         return nullptr;
     }
-    velhasharray->slots = vel_hash_array_allocate_slots(slotcount);
-    if (!velhasharray->slots) {
+    velhashslot *const slots = vel_hash_array_allocate_slots(slotcount);
+    if (!slots) {
         VEL_LOG_IN(vel_hash_array_module, 7, "not enough memory for hash array slots (%zu bytes)",
                    slotcount * sizeof(velhashslot));
         vel_hash_array_destroy(velhasharray);
         return nullptr;
     }
-    velhasharray->slotcount = slotcount;
-    velhasharray->reciprocal = SIZE_MAX / slotcount;
-    velhasharray->blockusage = reinterpret_cast<uint32_t *>(velhasharray->slots + slotcount);
+    vel_hash_array_set_slots(velhasharray, slots, slotcount);
+    return velhasharray;
+}
+
+size_t vel_hash_array_size(size_t slotcount)
+{
+    return (sizeof(velhasharray) + vel_hash_array_slotsize(slotcount) + 7) & ~size_t{7};
+}
+
+velhasharray *vel_hash_array_create_in(void *memory, size_t slotcount)
+{
+    auto *const velhasharray = static_cast<struct velhasharray *>(memory);
+
+    *velhasharray = {};
+    velhasharray->borrowed = true;
+    vel_hash_array_set_slots(velhasharray, reinterpret_cast<velhashslot *>(velhasharray + 1),
+                             slotcount);
     return velhasharray;
 }
 

@@ -34,10 +34,18 @@ struct velhasharray {
     size_t reciprocal;    /* the largest size_t divided by slotcount */
     size_t cursor;        /* while a resize empties this array, no slot before it has an item */
     uint32_t *blockusage; /* for each block 0, or 1 and the number of its items, or more */
+    bool borrowed;        /* is in memory of somebody else */
 };
 
 /* Creates an empty array, or returns NULL, with a line logged for velhash. */
 velhasharray *vel_hash_array_create(size_t slotcount);
+
+/* The bytes, a multiple of eight, that an array takes with all that belongs to it, if it is to be in
+ * the memory of somebody else. */
+size_t vel_hash_array_size(size_t slotcount);
+
+/* Makes an empty array in memory of that size for pointers, which has to outlive it. */
+velhasharray *vel_hash_array_create_in(void *memory, size_t slotcount);
 
 /* Destroys an array, whose items nobody looks after. */
 void vel_hash_array_destroy(velhasharray *velhasharray);

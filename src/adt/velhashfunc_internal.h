@@ -26,6 +26,14 @@ template <typename Number> static inline uint64_t vel_hashfunc_load(const char *
     return number;
 }
 
+/* The reverse, for a group of eight. */
+static inline void vel_hashfunc_store(char *bytes, uint64_t group)
+{
+    if constexpr (std::endian::native == std::endian::little)
+        group = __builtin_bswap64(group);
+    memcpy(bytes, &group, sizeof group);
+}
+
 /* The last, incomplete group. Where two loads overlap they have the same bits in the same place. */
 static inline uint64_t vel_hashfunc_rest(const char *string, size_t length)
 {

@@ -5,7 +5,6 @@
 #include <vellib/velmalloc.h>
 
 #include "adt/veljson_internal.h"
-#include "adt/velstringhash_internal.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 
@@ -21,37 +20,50 @@ const char *vel_json_type_name(unsigned int nodetype)
 
 /* ---- Nodes ---- */
 
-/* While its object is being destroyed, and has no type, a key node is only put aside there: else the
- * stack would grow with each level of the document. */
+/* item is a key node, or a value in a pool. While its object is being destroyed, and has no type, it is
+ * only put aside there: else the stack would grow with each level of the document. */
 static void vel_json_node_hash_destroy_cb(void *item, void *context)
 {
     VEL_ASSERT(item != NULL);
     VEL_ASSERT(context != NULL);
 
-    auto *const keynode = static_cast<veljsonnode *>(item);
+    auto *const member = static_cast<veljsonnode *>(item);
     auto *const objectnode = static_cast<veljsonnode *>(context);
     if (objectnode->nodetype == VEL_JSON_TYPE_NONE)
-        vel_json_array_append(objectnode, keynode);
+        vel_json_array_append(objectnode, member);
     else
-        vel_json_node_destroy(keynode);
+        vel_json_node_destroy(member);
 }
 
-/* The entry of a key node in the hash is where the key node is. What is no key node is left to the
- * callback that destroys it. */
-static bool vel_json_keynode_is_pooled(const void *item)
+/* The entry of a member in the hash is where its node is. What is no node is left to the callback that
+ * destroys it. */
+static bool vel_json_member_is_pooled(const void *item)
 {
-    return item && static_cast<const veljsonnode *>(item)->pooled;
+    return item && static_cast<const veljsonnode *>(item)->place;
+}
+
+static velstringhash *vel_json_node_hash_complete(velstringhash *hash)
+{
+    if (hash)
+        vel_stringhash_set_borrowed(hash, vel_json_member_is_pooled);
+    else
+        VEL_LOG(7, "not enough memory for hashtable");
+    return hash;
 }
 
 velstringhash *vel_json_node_hash_create(veljsonnode *objectnode)
 {
-    velstringhash *const hash = vel_stringhash_create(vel_json_node_hash_destroy_cb, objectnode);
+    return vel_json_node_hash_complete(
+        vel_stringhash_create(vel_json_node_hash_destroy_cb, objectnode));
+}
 
-    if (hash)
-        vel_stringhash_set_borrowed(hash, vel_json_keynode_is_pooled);
-    else
-        VEL_LOG(7, "not enough memory for hashtable");
-    return hash;
+velstringhash *vel_json_node_hash_create_in(veljsonnode *objectnode,
+                                            vel_stringhash_take_cb *takecallback,
+                                            vel_json_pool *pool)
+{
+    return vel_json_node_hash_complete(
+        vel_stringhash_create_in(objectnode->members, objectnode->membercount,
+                                 vel_json_node_hash_destroy_cb, objectnode, takecallback, pool));
 }
 
 veljsonnode *vel_json_node_create(unsigned int nodetype)
@@ -83,8 +95,10 @@ static veljsonnode *vel_json_node_take_contents(veljsonnode *node, veljsonnode *
     const uint32_t nodetype = node->nodetype;
 
     if (nodetype == VEL_JSON_TYPE_OBJECT) {
+        velstringhash *const hash = vel_json_object_hash(node);
         node->nodetype = VEL_JSON_TYPE_NONE;
-        vel_stringhash_destroy(node->hash);
+        node->children = nullptr;
+        vel_stringhash_destroy(hash);
     }
     if (nodetype == VEL_JSON_TYPE_STRING) {
         if (!node->stringpooled)
@@ -96,10 +110,18 @@ static veljsonnode *vel_json_node_take_contents(veljsonnode *node, veljsonnode *
     return node->children;
 }
 
+/* Whether a node and all that it holds are in the pool, and so need no destruction. */
+static bool vel_json_node_is_all_pooled(const veljsonnode *node)
+{
+    return node->place && !vel_json_node_pool(node)->changed;
+}
+
 void vel_json_node_destroy(veljsonnode *veljsonnode)
 {
     VEL_ASSERT(veljsonnode != NULL);
 
+    if (vel_json_node_is_all_pooled(veljsonnode))
+        return;
     /* What a node holds goes before the nodes that are still waiting. */
     struct veljsonnode *waiting = veljsonnode;
     while (waiting) {
@@ -111,7 +133,7 @@ void vel_json_node_destroy(veljsonnode *veljsonnode)
             tail->next = waiting;
             waiting = contents;
         }
-        if (!node->pooled)
+        if (!node->place)
             vel_free(node);
     }
 }
@@ -120,14 +142,15 @@ void vel_json_node_clear(veljsonnode *node)
 {
     VEL_ASSERT(node != NULL);
 
-    veljsonnode *tail;
-    veljsonnode *const contents = vel_json_node_take_contents(node, &tail);
+    veljsonnode *tail, *contents = nullptr;
+    if (!vel_json_node_is_all_pooled(node))
+        contents = vel_json_node_take_contents(node, &tail);
     veljsonnode *const next = node->next;
-    const bool pooled = node->pooled;
+    const uint32_t place = node->place;
 
     *node = {};
     node->next = next;
-    node->pooled = pooled;
+    node->place = place;
     if (contents)
         vel_json_node_destroy(contents);
 }

@@ -65,6 +65,7 @@ vel_error_t vel_json_node_set_string(veljson *veljson, veljsonnode *node, const 
         return VEL_ERROR_NO_MEMORY;
     }
     node->value.string = copy;
+    vel_json_node_note_change(node);
     return VEL_ERROR_NONE;
 }
 
@@ -124,6 +125,7 @@ vel_error_t vel_json_node_set_object(veljson *veljson, veljsonnode *node)
     vel_json_node_clear(node);
     node->nodetype = VEL_JSON_TYPE_OBJECT;
     node->hash = hash;
+    vel_json_node_note_change(node);
     return VEL_ERROR_NONE;
 }
 
@@ -144,6 +146,7 @@ veljsonnode *vel_json_node_array_add(veljson *veljson, veljsonnode *arraynode)
         return nullptr;
     }
     vel_json_array_append(arraynode, element);
+    vel_json_node_note_change(arraynode);
     return element;
 }
 
@@ -172,6 +175,7 @@ static bool vel_json_object_add_keynode(const veljsonnode *objectnode, veljsonno
         VEL_LOG(7, "not enough memory to add a value to the hashtable");
         return false;
     }
+    vel_json_node_note_change(objectnode);
     return true;
 }
 
@@ -185,6 +189,7 @@ veljsonnode *vel_json_node_object_add(veljson *veljson, veljsonnode *objectnode,
         VEL_LOG(6, "node is not an object");
         return nullptr;
     }
+    (void)vel_json_object_hash(objectnode);
     VEL_ASSERT(objectnode->hash != NULL);
     veljsonnode *const keynode = vel_json_node_create(VEL_JSON_TYPE_STRING);
     if (!keynode) {

@@ -71,7 +71,7 @@ static vel_error_t vel_json_node_copy_enter(veljson *veljson, vel_json_levels *l
 static vel_error_t vel_json_node_copy_member(veljson *veljson, vel_json_levels *levels)
 {
     vel_json_level *const level = vel_json_levels_top(levels);
-    const char *const key = level->keynode->value.string;
+    const char *const key = level->key;
     const veljsonnode *const valuenode = level->value;
     VEL_ASSERT(key != NULL);
 

@@ -22,8 +22,10 @@ static veljsonnode *vel_json_array_element(veljsonnode *arraynode, unsigned long
     }
     for (; i < index && node->next; i++)
         node = node->next;
-    arraynode->lastnode = node;
-    arraynode->lastindex = i;
+    if (i <= UINT32_MAX) {
+        arraynode->lastnode = node;
+        arraynode->lastindex = static_cast<uint32_t>(i);
+    }
     if (i < index) {
         VEL_LOG(13, "trying to access array beyond the end at index %lu, looking for index %lu", i,
                 index);
@@ -48,12 +50,15 @@ static veljsonnode *vel_json_fetch_member(veljsonnode *node, const char *key)
                 vel_json_type_name(node->nodetype));
         return nullptr;
     }
-    VEL_ASSERT(node->hash != NULL);
-    node = static_cast<veljsonnode *>(vel_stringhash_lookup(node->hash, key));
+    if (!node->chained)
+        VEL_ASSERT(node->hash != NULL);
+    node = vel_json_object_lookup(node, key);
     if (!node) {
         VEL_LOG(13, "did not find node named '%s' under an object", key);
         return nullptr;
     }
+    if (node->place) /* in the pool there is no key node */
+        return node;
     VEL_ASSERT(node->children != NULL);
     return node->children;
 }

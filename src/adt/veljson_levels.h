@@ -16,9 +16,9 @@
 struct vel_json_level {
     veljsonnode *dest; /* where the container is copied to, or NULL */
     const veljsonnode *source;
-    const veljsonnode *value;   /* in hand; NULL at the end */
-    const veljsonnode *keynode; /* of an object: the one with the value */
-    void *handle;               /* of the enumeration of an object */
+    const veljsonnode *value; /* in hand; NULL at the end */
+    const char *key;          /* of an object: the value's */
+    void *handle;             /* of the enumeration of an object */
 };
 
 static constexpr size_t vel_json_levels_atfirst = 100;
@@ -64,15 +64,11 @@ static bool vel_json_levels_grow(vel_json_levels *levels)
     return true;
 }
 
-static inline void vel_json_level_set_keynode(vel_json_level *level, void *keynode)
+static inline void vel_json_level_set_value(vel_json_level *level, const veljsonnode *valuenode)
 {
-    level->keynode = static_cast<veljsonnode *>(keynode);
-    level->value = nullptr;
-    if (level->keynode) {
-        const veljsonnode *const valuenode = level->keynode->children;
+    if (level->handle)
         VEL_ASSERT(valuenode != NULL);
-        level->value = valuenode;
-    }
+    level->value = valuenode;
 }
 
 /* Goes down into an object or an array, to its first value. Returns false without memory, which is
@@ -89,10 +85,11 @@ static bool vel_json_levels_push(vel_json_levels *levels, veljsonnode *dest,
     level->source = source;
     level->value = source->children;
     if (source->nodetype == VEL_JSON_TYPE_OBJECT) {
-        VEL_ASSERT(source->hash != NULL);
-        void *keynode;
-        level->handle = vel_stringhash_enumerate_start(source->hash, nullptr, &keynode);
-        vel_json_level_set_keynode(level, keynode);
+        if (!source->chained)
+            VEL_ASSERT(source->hash != NULL);
+        veljsonnode *valuenode;
+        level->handle = vel_json_object_first(source, &level->key, &valuenode);
+        vel_json_level_set_value(level, valuenode);
     }
     return true;
 }
@@ -101,10 +98,9 @@ static bool vel_json_levels_push(vel_json_levels *levels, veljsonnode *dest,
 static inline void vel_json_level_step(vel_json_level *level)
 {
     if (level->source->nodetype == VEL_JSON_TYPE_OBJECT) {
-        void *keynode;
-        level->handle =
-            vel_stringhash_enumerate_next(level->source->hash, level->handle, nullptr, &keynode);
-        vel_json_level_set_keynode(level, keynode);
+        veljsonnode *valuenode;
+        level->handle = vel_json_object_next(level->source, level->handle, &level->key, &valuenode);
+        vel_json_level_set_value(level, valuenode);
     } else {
         level->value = level->value->next;
     }

@@ -22,11 +22,15 @@ using vel_json_uint128 = uint64_t; /* not computed with */
 #endif
 static constexpr bool vel_json_computes =
     sizeof(vel_json_uint128) == 16 && (FLT_EVAL_METHOD == 0 || FLT_EVAL_METHOD == 1);
+static constexpr unsigned int vel_json_halfbits = sizeof(vel_json_uint128) * 4;
 
 static constexpr unsigned int vel_json_powers = 28; /* 5 to the 27th is the last below 2^63 */
 
 struct vel_json_power_table {
     uint64_t five[vel_json_powers];
+    /* The same moved up to the highest bit, and what 2^128 - 1 divided by that has beyond 2^64. */
+    uint64_t divisor[vel_json_powers];
+    uint64_t reciprocal[vel_json_powers];
 };
 
 static constexpr vel_json_power_table vel_json_make_powers()
@@ -36,6 +40,10 @@ static constexpr vel_json_power_table vel_json_make_powers()
     table.five[0] = 1;
     for (unsigned int i = 1; i < vel_json_powers; i++)
         table.five[i] = table.five[i - 1] * 5;
+    for (unsigned int i = 0; i < vel_json_powers; i++) {
+        table.divisor[i] = table.five[i] << std::countl_zero(table.five[i]);
+        table.reciprocal[i] = static_cast<uint64_t>(~vel_json_uint128{0} / table.divisor[i]);
+    }
     return table;
 }
 
@@ -56,6 +64,28 @@ double vel_json_strtod(const char *text, char **endptr)
     return value;
 }
 
+/* dividend divided by the divisor of a power, by two multiplications (Möller and Granlund, Improved
+ * division by invariant integers, algorithm 4). The quotient is below 2^64. */
+static uint64_t vel_json_divide(vel_json_uint128 dividend, unsigned int power, uint64_t *restptr)
+{
+    const uint64_t divisor = vel_json_power.divisor[power];
+    const auto high = static_cast<uint64_t>(dividend >> vel_json_halfbits);
+    const vel_json_uint128 estimate =
+        static_cast<vel_json_uint128>(vel_json_power.reciprocal[power]) * high + dividend;
+    uint64_t quotient = static_cast<uint64_t>(estimate >> vel_json_halfbits) + 1;
+    uint64_t rest = static_cast<uint64_t>(dividend) - quotient * divisor;
+
+    const uint64_t toohigh = rest > static_cast<uint64_t>(estimate); /* as often as not */
+    quotient -= toohigh;
+    rest += divisor & -toohigh;
+    if (rest >= divisor) [[unlikely]] {
+        quotient++;
+        rest -= divisor;
+    }
+    *restptr = rest;
+    return quotient;
+}
+
 /* digits divided by 10^scale, rounded half to even. */
 static double vel_json_scale_down(uint64_t digits, unsigned int scale)
 {
@@ -64,46 +94,32 @@ static double vel_json_scale_down(uint64_t digits, unsigned int scale)
 
     /* Both are moved up so that the quotient has 63 or 64 bits; what is left over only matters in
      * being zero or not. */
-    const uint64_t power = vel_json_power.five[scale];
-    const int digitshift = std::countl_zero(digits), powershift = std::countl_zero(power);
-    const uint64_t divisor = power << powershift;
+    const int digitshift = std::countl_zero(digits);
+    const int powershift = std::countl_zero(vel_json_power.five[scale]);
     const auto dividend = static_cast<vel_json_uint128>(digits << digitshift) << 63;
-    uint64_t quotient = static_cast<uint64_t>(dividend / divisor);
+    uint64_t remainder;
+    uint64_t quotient = vel_json_divide(dividend, scale, &remainder);
     int exponent = powershift - digitshift - 63 - static_cast<int>(scale);
-    const bool inexact = static_cast<vel_json_uint128>(quotient) * divisor != dividend;
 
     const int shift = std::bit_width(quotient) - DBL_MANT_DIG;
     const uint64_t half = UINT64_C(1) << (shift - 1);
     const uint64_t rest = quotient & (2 * half - 1);
     quotient >>= shift;
     exponent += shift;
-    if (rest > half || (rest == half && (inexact || quotient % 2 == 1)))
-        quotient++;
+    /* No branch, as nobody could foretell it. */
+    quotient += (rest > half) | ((rest == half) & ((remainder != 0) | (quotient & 1)));
     /* Far from the ends of the range of exponents, so that one is simply added. */
-    return std::bit_cast<double>(std::bit_cast<uint64_t>(static_cast<double>(quotient)) +
-                                 (static_cast<uint64_t>(exponent) << (DBL_MANT_DIG - 1)));
+    return std::bit_cast<double>(
+        std::bit_cast<uint64_t>(static_cast<double>(static_cast<int64_t>(quotient))) +
+        (static_cast<uint64_t>(exponent) << (DBL_MANT_DIG - 1)));
 }
 
-/* The number that eight digits make: pairs, then fours, then all. */
-static uint64_t vel_json_eight_digits(const char *text)
+bool vel_json_digits_to_double(uint64_t digits, size_t scale, double *valueptr)
 {
-    uint64_t block = vel_json_scan_load(text) - vel_json_scan_ones * '0';
-
-    block = block * 10 + (block >> 8);
-    block = ((block & UINT64_C(0x000000ff000000ff)) * (100 + (UINT64_C(1000000) << 32)) +
-             (block >> 16 & UINT64_C(0x000000ff000000ff)) * (1 + (UINT64_C(10000) << 32))) >>
-            32;
-    return block & UINT32_MAX;
-}
-
-/* Takes count digits behind those that there are. */
-static uint64_t vel_json_take_digits(uint64_t digits, const char *text, size_t count)
-{
-    for (; count >= 8; count -= 8, text += 8)
-        digits = digits * 100000000 + vel_json_eight_digits(text);
-    for (; count > 0; count--, text++)
-        digits = digits * 10 + static_cast<uint64_t>(*text - '0');
-    return digits;
+    if (!vel_json_computes || scale >= vel_json_powers)
+        return false;
+    *valueptr = vel_json_scale_down(digits, static_cast<unsigned int>(scale));
+    return true;
 }
 
 double vel_json_decimal_to_double(const char *text, size_t length, const char **endptr)
@@ -119,28 +135,19 @@ double vel_json_decimal_to_double(const char *text, size_t length, const char **
     const char *first = start; /* the first digit that counts */
     while (first < end && (*first == '0' || *first == '.'))
         first++;
-    if (!vel_json_computes || end - first > 19 + (dot > first) || scale >= vel_json_powers) {
+    uint64_t digits = 0;
+    if (first < dot)
+        (void)vel_json_read_digits(first, dot, &digits);
+    if (dot < end)
+        (void)vel_json_read_digits(first > dot ? first : dot + 1, end, &digits);
+    double value;
+    if (end - first > 19 + (dot > first) || !vel_json_digits_to_double(digits, scale, &value)) {
         char *last;
-        const double value = vel_json_strtod(text, &last);
+        value = vel_json_strtod(text, &last);
         *endptr = last;
         return value;
     }
     *endptr = end;
-    uint64_t digits = 0;
-    if (first < dot)
-        digits = vel_json_take_digits(0, first, static_cast<size_t>(dot - first));
-    if (dot < end) {
-        const char *const fraction = first > dot ? first : dot + 1;
-        digits = vel_json_take_digits(digits, fraction, static_cast<size_t>(end - fraction));
-    }
-
-    /* Where digits and the power of ten are exact as doubles, so is their quotient, once rounded. */
-    double value;
-    if (digits <= UINT64_C(1) << DBL_MANT_DIG && scale <= 22)
-        value = static_cast<double>(digits) / (static_cast<double>(vel_json_power.five[scale]) *
-                                               static_cast<double>(UINT64_C(1) << scale));
-    else
-        value = vel_json_scale_down(digits, static_cast<unsigned int>(scale));
     return negative ? -value : value;
 }
 

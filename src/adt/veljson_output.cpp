@@ -243,7 +243,7 @@ static vel_error_t vel_json_output_value(veljsonoutput *output, vel_json_levels 
     vel_error_t error = VEL_ERROR_NONE;
 
     if (level->source->nodetype == VEL_JSON_TYPE_OBJECT) {
-        error = vel_json_output_string(output, level->keynode->value.string);
+        error = vel_json_output_string(output, level->key);
         if (error == VEL_ERROR_NONE)
             error = vel_json_output_text(output, ": ", 2);
     }

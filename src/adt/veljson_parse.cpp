@@ -5,7 +5,8 @@
 #include <vellib/velmalloc.h>
 
 #include "adt/veljson_internal.h"
-#include "adt/velstringhash_internal.h"
+#include "adt/veljson_members.h"
+#include "adt/veljson_scan.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 
@@ -23,57 +24,31 @@ static inline bool vel_json_parser_at_end(const veljsonparser *parser)
 
 static inline void vel_json_parser_skip_whitespace(veljsonparser *parser)
 {
-    const char *const json = parser->json;
-    size_t pos = parser->pos;
+    const auto ch = static_cast<unsigned char>(parser->json[parser->pos]);
 
-    /* The terminator ends the loop. */
-    while (json[pos] == ' ' || json[pos] == '\n' || json[pos] == '\r' || json[pos] == '\t')
-        pos++;
-    parser->pos = pos;
+    if (ch <= ' ') /* mostly there is none */
+        parser->pos = vel_json_scan_space(parser->json, parser->pos, parser->jsonlen);
 }
 
 /* ---- Memory ---- */
 
-veljsonnode *vel_json_parser_create_node(const veljsonparser *parser, uint32_t nodetype)
+veljsonnode *vel_json_parser_create_node_slowly(const veljsonparser *parser, uint32_t nodetype)
 {
     if (!parser->pool)
         return vel_json_node_create(nodetype);
 
-    auto *const node =
-        static_cast<veljsonnode *>(vel_json_pool_take(parser->pool, sizeof(veljsonnode)));
-    if (!node) {
+    void *const block = vel_json_pool_take(parser->pool, sizeof(veljsonnode));
+    if (!block) {
         VEL_LOG(7, "not enough memory for JSON node");
         return nullptr;
     }
-    *node = {};
-    node->nodetype = nodetype;
-    node->pooled = true;
-    if (nodetype == VEL_JSON_TYPE_OBJECT) {
-        node->hash = vel_json_node_hash_create(node);
-        return node->hash ? node : nullptr;
-    }
-    return node;
-}
-
-static int vel_json_parser_add_member(const veljsonparser *parser, const veljsonnode *objectnode,
-                                      veljsonnode *keynode)
-{
-    const char *const key = keynode->value.string;
-
-    if (!parser->pool)
-        return vel_stringhash_add(objectnode->hash, key, keynode);
-    void *const memory = vel_json_pool_take(parser->pool, vel_stringhash_entry_size(strlen(key)));
-    if (!memory)
-        return -1;
-    vel_stringhash_add_in(objectnode->hash, memory, key, keynode);
-    return 0;
+    return vel_json_pool_make_node(parser->pool, block, nodetype);
 }
 
 /* ---- Objects ---- */
 
-/* Reads the colon and the value behind a key, and adds the key node to the object. */
-static int vel_json_parser_parse_pair_value(veljsonparser *parser, const veljsonnode *objectnode,
-                                            veljsonnode *veljsonnode)
+/* Reads the colon and the value behind a key. */
+static int vel_json_parser_parse_pair_value(veljsonparser *parser, veljsonnode **valueptr)
 {
     vel_json_parser_skip_whitespace(parser);
     if (vel_json_parser_at_end(parser)) {
@@ -90,13 +65,22 @@ static int vel_json_parser_parse_pair_value(veljsonparser *parser, const veljson
         VEL_LOG(6, "got end-of-data in an object when expecting a value for a key");
         return -1;
     }
-    if (vel_json_parser_parse_value(parser, &veljsonnode->children) < 0) {
+    if (vel_json_parser_parse_value(parser, valueptr) < 0) {
         VEL_LOG(13, "unable to parse a value for a key");
         return -1;
     }
+    return 0;
+}
+
+/* Reads the value of a key node, and adds that to the object. */
+static int vel_json_parser_parse_member(veljsonparser *parser, const veljsonnode *objectnode,
+                                        veljsonnode *veljsonnode)
+{
+    if (vel_json_parser_parse_pair_value(parser, &veljsonnode->children) < 0)
+        return -1;
 
     VEL_ASSERT(veljsonnode->nodetype == VEL_JSON_TYPE_STRING);
-    if (vel_json_parser_add_member(parser, objectnode, veljsonnode) < 0) {
+    if (vel_stringhash_add(objectnode->hash, veljsonnode->value.string, veljsonnode) < 0) {
         VEL_LOG(7, "not enough memory to add a value to the hashtable");
         return -1;
     }
@@ -111,14 +95,36 @@ static int vel_json_parser_parse_pair(veljsonparser *parser, const veljsonnode *
     if (result < 0)
         VEL_LOG(6, "expecting a string for a key");
     else
-        result = vel_json_parser_parse_pair_value(parser, objectnode, keynode);
+        result = vel_json_parser_parse_member(parser, objectnode, keynode);
     if (result < 0 && keynode)
         vel_json_node_destroy(keynode);
     return result;
 }
 
-/* Reads members up to the closing brace. Once there was one, the end of the data is as good. */
-static int vel_json_parser_parse_members(veljsonparser *parser, const veljsonnode *objectnode)
+/* Reads a pair where the object is in the pool. */
+static int vel_json_parser_parse_pooled_pair(veljsonparser *parser, vel_json_members *members)
+{
+    velstringhashitem *const entry = vel_json_parser_parse_key(parser);
+    if (!entry) {
+        VEL_LOG(6, "expecting a string for a key");
+        return -1;
+    }
+    veljsonnode *value = nullptr;
+    if (vel_json_parser_parse_pair_value(parser, &value) < 0)
+        return -1;
+    entry->value = value;
+    if (!vel_json_members_add(members, entry)) {
+        VEL_LOG(7, "not enough memory to add a value to the hashtable");
+        return -1;
+    }
+    return 0;
+}
+
+/* Reads members up to the closing brace. Once there was one, the end of the data is as good.
+ *
+ * members  of an object in the pool, otherwise NULL. */
+static int vel_json_parser_parse_members(veljsonparser *parser, const veljsonnode *objectnode,
+                                         vel_json_members *members)
 {
     int result = -1;
 
@@ -132,7 +138,8 @@ static int vel_json_parser_parse_members(veljsonparser *parser, const veljsonnod
             VEL_LOG(6, "unexpected character '%c', expecting a string or '}'", ch);
             return -1;
         }
-        result = vel_json_parser_parse_pair(parser, objectnode);
+        result = members ? vel_json_parser_parse_pooled_pair(parser, members)
+                         : vel_json_parser_parse_pair(parser, objectnode);
         if (result < 0 || vel_json_parser_at_end(parser))
             return result;
 
@@ -149,6 +156,16 @@ static int vel_json_parser_parse_members(veljsonparser *parser, const veljsonnod
     return result;
 }
 
+static int vel_json_parser_parse_pooled_members(veljsonparser *parser, veljsonnode *objectnode)
+{
+    vel_json_members members;
+
+    vel_json_members_begin(&members, objectnode, parser->pool);
+    const int result = vel_json_parser_parse_members(parser, objectnode, &members);
+    vel_json_members_end(&members);
+    return result;
+}
+
 static int vel_json_parser_parse_object(veljsonparser *parser, veljsonnode **nodeptr)
 {
     const char ch = parser->json[parser->pos];
@@ -161,7 +178,8 @@ static int vel_json_parser_parse_object(veljsonparser *parser, veljsonnode **nod
     parser->pos++;
     vel_json_parser_skip_whitespace(parser);
 
-    const int result = vel_json_parser_parse_members(parser, objectnode);
+    const int result = parser->pool ? vel_json_parser_parse_pooled_members(parser, objectnode)
+                                    : vel_json_parser_parse_members(parser, objectnode, nullptr);
     if (result < 0 && vel_json_parser_at_end(parser))
         VEL_LOG(6, "got end-of-data in the middle of an object");
     return result;
@@ -314,6 +332,10 @@ static int vel_json_parser_parse(veljsonparser *parser)
     vel_json_parser_skip_whitespace(parser);
     if (!vel_json_parser_at_end(parser)) {
         VEL_LOG(6, "expected end-of-data but got '%c'", parser->json[parser->pos]);
+        return -1;
+    }
+    if (parser->pool && !vel_json_pool_keep_promise(parser->pool)) {
+        VEL_LOG(7, "not enough memory for hashtable");
         return -1;
     }
     return 0;

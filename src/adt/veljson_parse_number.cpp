@@ -2,6 +2,7 @@
 #include <vellib/velstrtoi64.h>
 
 #include "adt/veljson_internal.h"
+#include "adt/veljson_scan.h"
 #include "util/velassert.h"
 #include "util/vellog_macros.h"
 
@@ -124,6 +125,48 @@ static int vel_json_number_convert_integer(const veljsonparser *parser, size_t s
     return 0;
 }
 
+/* Reads a number at once, if it is one of few digits in which nothing is odd. */
+static bool vel_json_parser_parse_plain_number(veljsonparser *parser, veljsonnode *node)
+{
+    const char *const start = parser->json + parser->pos;
+    const char *const textend = parser->json + parser->jsonlen;
+    const bool negative = *start == '-';
+    const char *const first = start + negative;
+    uint64_t digits = 0;
+    const char *end = vel_json_read_digits(first, textend, &digits);
+    ptrdiff_t count = end - first;
+
+    if (count == 0 || (*first == '0' && count > 1))
+        return false;
+    size_t scale = 0;
+    if (*end == '.') {
+        const char *const fraction = end + 1;
+        end = vel_json_read_digits(fraction, textend, &digits);
+        if (end == fraction)
+            return false;
+        scale = static_cast<size_t>(end - fraction);
+        count += end - fraction;
+    }
+    if (count > 18 || !vel_json_number_ends_at(*end))
+        return false;
+
+    /* What follows is the same for both signs, of which nobody can foretell which one it is. */
+    const int64_t sign = negative ? -1 : 1;
+    double magnitude;
+    if (scale == 0) {
+        node->integervalue = static_cast<int64_t>(digits) * sign;
+        node->value.number = static_cast<double>(node->integervalue);
+    } else if (vel_json_digits_to_double(digits, scale, &magnitude)) {
+        node->nodetype = VEL_JSON_TYPE_DOUBLE;
+        node->value.number = magnitude * static_cast<double>(sign);
+        node->integervalue = vel_convert_i64_from_double_round(magnitude) * sign;
+    } else {
+        return false;
+    }
+    parser->pos = static_cast<size_t>(end - parser->json);
+    return true;
+}
+
 int vel_json_parser_parse_number(veljsonparser *parser, veljsonnode **nodeptr)
 {
     const char ch = parser->json[parser->pos];
@@ -133,6 +176,8 @@ int vel_json_parser_parse_number(veljsonparser *parser, veljsonnode **nodeptr)
     if (!node)
         return -1;
     *nodeptr = node;
+    if (vel_json_parser_parse_plain_number(parser, node))
+        return 0;
     const size_t start = parser->pos;
     if (ch == '-')
         parser->pos++;

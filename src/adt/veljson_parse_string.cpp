@@ -165,15 +165,30 @@ static bool vel_json_decoder_take_escape(vel_json_decoder *decoder)
     }
 }
 
+/* Puts what stands before the next backslash. */
+static void vel_json_decoder_put_plain(vel_json_decoder *decoder)
+{
+    const char *const plain = decoder->string + decoder->pos;
+    const size_t rest = decoder->length - decoder->pos;
+    const auto *const backslash = static_cast<const char *>(memchr(plain, '\\', rest));
+    const size_t length = backslash ? static_cast<size_t>(backslash - plain) : rest;
+
+    if (decoder->result)
+        memcpy(decoder->result + decoder->resultlen, plain, length);
+    decoder->resultlen += length;
+    decoder->pos += length;
+}
+
 static bool vel_json_decoder_run(vel_json_decoder *decoder)
 {
     decoder->pos = 0;
     decoder->resultlen = 0;
     while (decoder->pos < decoder->length) {
-        const char ch = decoder->string[decoder->pos++];
-        if (ch != '\\')
-            vel_json_decoder_put(decoder, static_cast<unsigned char>(ch));
-        else if (!vel_json_decoder_take_escape(decoder))
+        vel_json_decoder_put_plain(decoder);
+        if (decoder->pos == decoder->length)
+            break;
+        decoder->pos++;
+        if (!vel_json_decoder_take_escape(decoder))
             return false;
     }
     return true;
@@ -188,10 +203,25 @@ static char *vel_json_string_allocate(size_t length, vel_json_pool *pool)
     return static_cast<char *>(result);
 }
 
+/* Decodes in one pass, as the text is never longer than what it is decoded from. */
+static char *vel_json_parser_decode_to_pool(const char *string, size_t length, vel_json_pool *pool)
+{
+    char *const result = vel_json_string_allocate(length, pool);
+    vel_json_decoder decoder = {string, length, 0, result, 0};
+
+    if (!result || !vel_json_decoder_run(&decoder))
+        return nullptr;
+    result[decoder.resultlen] = '\0';
+    vel_json_pool_shorten(pool, result, length + 1, decoder.resultlen + 1);
+    return result;
+}
+
 char *vel_json_parser_parse_string_decode(const char *string, size_t length, vel_json_pool *pool)
 {
     VEL_ASSERT(string != NULL);
 
+    if (pool)
+        return vel_json_parser_decode_to_pool(string, length, pool);
     vel_json_decoder decoder = {string, length, 0, nullptr, 0};
     if (!vel_json_decoder_run(&decoder))
         return nullptr;
@@ -203,14 +233,30 @@ char *vel_json_parser_parse_string_decode(const char *string, size_t length, vel
     return decoder.result;
 }
 
-/* The same for a text without escapes. */
-static char *vel_json_parser_copy_string(const char *string, size_t length, vel_json_pool *pool)
+/* Copies a piece of the text to the pool, by whole vectors if it is short. */
+static inline void vel_json_parser_copy_to_pool(const veljsonparser *parser, char *dest,
+                                                const char *string, size_t length)
 {
-    char *const result = vel_json_string_allocate(length, pool);
+    const auto behind = static_cast<size_t>(parser->json + parser->jsonlen - string);
+
+    if (length <= 64 && behind >= 64 + vel_json_pool_slack)
+        vel_json_copy_vectors(dest, string, length);
+    else
+        memcpy(dest, string, length);
+}
+
+/* The same for a text without escapes. */
+static char *vel_json_parser_copy_string(const veljsonparser *parser, const char *string,
+                                         size_t length)
+{
+    char *const result = vel_json_string_allocate(length, parser->pool);
 
     if (!result)
         return nullptr;
-    memcpy(result, string, length);
+    if (parser->pool)
+        vel_json_parser_copy_to_pool(parser, result, string, length);
+    else
+        memcpy(result, string, length);
     result[length] = '\0';
     return result;
 }
@@ -259,10 +305,16 @@ static bool vel_json_parser_skip_escape(veljsonparser *parser)
     return true;
 }
 
-/* Steps to the closing quote. *escapedptr receives whether there are escapes before it. */
+/* What stands between two quotes. */
+struct vel_json_quoted {
+    const char *string;
+    size_t length;
+    bool escaped; /* there are escapes in it */
+};
+
+/* Steps to the closing quote. */
 static bool vel_json_parser_skip_string(veljsonparser *parser, bool *escapedptr)
 {
-    *escapedptr = false;
     while (parser->pos < parser->jsonlen) {
         parser->pos = vel_json_scan_string(parser->json, parser->pos, parser->jsonlen);
         if (parser->pos >= parser->jsonlen)
@@ -276,6 +328,22 @@ static bool vel_json_parser_skip_string(veljsonparser *parser, bool *escapedptr)
     return false;
 }
 
+/* Steps over a string with its quotes. */
+static bool vel_json_parser_take_quoted(veljsonparser *parser, vel_json_quoted *quoted)
+{
+    const size_t start = ++parser->pos;
+
+    quoted->escaped = false;
+    if (!vel_json_parser_skip_string(parser, &quoted->escaped)) {
+        if (parser->pos >= parser->jsonlen)
+            VEL_LOG(6, "got end-of-data in the middle of a string");
+        return false;
+    }
+    quoted->string = parser->json + start;
+    quoted->length = parser->pos++ - start;
+    return true;
+}
+
 int vel_json_parser_parse_string(veljsonparser *parser, veljsonnode **nodeptr)
 {
     const char ch = parser->json[parser->pos];
@@ -285,23 +353,58 @@ int vel_json_parser_parse_string(veljsonparser *parser, veljsonnode **nodeptr)
     if (!node)
         return -1;
     *nodeptr = node;
-    const size_t start = ++parser->pos;
-    bool escaped;
-    if (!vel_json_parser_skip_string(parser, &escaped)) {
-        if (parser->pos >= parser->jsonlen)
-            VEL_LOG(6, "got end-of-data in the middle of a string");
+    vel_json_quoted quoted;
+    if (!vel_json_parser_take_quoted(parser, &quoted))
         return -1;
-    }
 
-    const char *const string = parser->json + start;
-    const size_t length = parser->pos++ - start;
     VEL_ASSERT(node->value.string == NULL);
     node->stringpooled = parser->pool != nullptr;
-    node->value.string = escaped ? vel_json_parser_parse_string_decode(string, length, parser->pool)
-                                 : vel_json_parser_copy_string(string, length, parser->pool);
+    node->value.string =
+        quoted.escaped
+            ? vel_json_parser_parse_string_decode(quoted.string, quoted.length, parser->pool)
+            : vel_json_parser_copy_string(parser, quoted.string, quoted.length);
     if (!node->value.string) {
         VEL_LOG(7, "unable to decode the string");
         return -1;
     }
     return 0;
+}
+
+/* Makes an entry for a key. */
+static velstringhashitem *vel_json_parser_create_entry(const veljsonparser *parser,
+                                                       const vel_json_quoted *quoted)
+{
+    const char *key = quoted->string;
+    size_t length = quoted->length;
+
+    if (quoted->escaped) {
+        key = vel_json_parser_parse_string_decode(key, length, parser->pool);
+        if (!key)
+            return nullptr;
+        length = strlen(key); /* a NUL among the escapes ends it */
+    }
+    auto *const entry = static_cast<velstringhashitem *>(
+        vel_json_pool_take(parser->pool, vel_stringhash_entry_size(length)));
+    if (!entry) {
+        VEL_LOG(7, "not enough memory for decoded string");
+        return nullptr;
+    }
+    if (quoted->escaped)
+        memcpy(entry->key, key, length);
+    else
+        vel_json_parser_copy_to_pool(parser, entry->key, key, length);
+    vel_stringhash_set_entry(entry, length);
+    return entry;
+}
+
+velstringhashitem *vel_json_parser_parse_key(veljsonparser *parser)
+{
+    vel_json_quoted quoted;
+
+    if (!vel_json_parser_take_quoted(parser, &quoted))
+        return nullptr;
+    velstringhashitem *const entry = vel_json_parser_create_entry(parser, &quoted);
+    if (!entry)
+        VEL_LOG(7, "unable to decode the string");
+    return entry;
 }

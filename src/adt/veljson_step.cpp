@@ -42,11 +42,7 @@ void *vel_json_enumerate_start(veljson *veljson, veljsonnode *objectnode, const 
 
     if (!vel_json_enumerate_begins(objectnode, keyptr, nodeptr))
         return nullptr;
-    void *keynode;
-    void *const handle = vel_stringhash_enumerate_start(objectnode->hash, keyptr, &keynode);
-    if (handle)
-        *nodeptr = static_cast<veljsonnode *>(keynode)->children;
-    return handle;
+    return vel_json_object_first(objectnode, keyptr, nodeptr);
 }
 
 void *vel_json_enumerate_next(veljson *veljson, veljsonnode *objectnode, void *veljsonenumhandle,
@@ -60,12 +56,7 @@ void *vel_json_enumerate_next(veljson *veljson, veljsonnode *objectnode, void *v
 
     if (!vel_json_enumerate_begins(objectnode, keyptr, nodeptr))
         return nullptr;
-    void *keynode;
-    void *const handle =
-        vel_stringhash_enumerate_next(objectnode->hash, veljsonenumhandle, keyptr, &keynode);
-    if (handle)
-        *nodeptr = static_cast<veljsonnode *>(keynode)->children;
-    return handle;
+    return vel_json_object_next(objectnode, veljsonenumhandle, keyptr, nodeptr);
 }
 
 /* ---- Types ---- */

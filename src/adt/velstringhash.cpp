@@ -20,15 +20,8 @@ struct velstringhash {
     vel_stringhash_borrowed_cb *borrowedcallback; /* or NULL: no memory of items is borrowed */
 };
 
-/* One block of memory. The hash is compared first, so that a key is hardly ever looked at in vain.
- * The key is filled up with NUL, one at least, to whole groups of eight bytes. */
-struct velstringhashitem {
-    vel_listlink link;
-    void *value; /* the host's */
-    size_t hash; /* of the key */
-    char key[];
-};
 static_assert(offsetof(velstringhashitem, key) % 8 == 0);
+static_assert(offsetof(velstringhashitem, link) == 0);
 
 /* A key that is searched for or added. */
 struct vel_stringhash_key {
@@ -38,13 +31,17 @@ struct vel_stringhash_key {
     size_t hash;
 };
 
-static inline vel_stringhash_key vel_stringhash_make_key(const char *string)
+static inline vel_stringhash_key vel_stringhash_make_key(const char *string, size_t length)
 {
-    const size_t length = strlen(string);
     const uint64_t rest = vel_hashfunc_rest(string, length);
 
     return {string, length, rest << 8 * (7 - length % 8) << 8,
             static_cast<size_t>(vel_hashfunc_combine(string, length, rest))};
+}
+
+static inline vel_stringhash_key vel_stringhash_make_key(const char *string)
+{
+    return vel_stringhash_make_key(string, strlen(string));
 }
 
 /* Each group is known to be there before it is read, since those before it had no NUL. */
@@ -157,9 +154,11 @@ void vel_stringhash_destroy(velstringhash *velstringhash)
 {
     VEL_ASSERT(velstringhash != NULL);
 
+    const bool borrowed = velstringhash->hash && velstringhash->hash->borrowed;
     if (velstringhash->hash)
         vel_hash_destroy(velstringhash->hash);
-    vel_free(velstringhash);
+    if (!borrowed)
+        vel_free(velstringhash);
 }
 
 void vel_stringhash_clear(velstringhash *velstringhash)
@@ -170,11 +169,6 @@ void vel_stringhash_clear(velstringhash *velstringhash)
 }
 
 /* ---- Entries ---- */
-
-size_t vel_stringhash_entry_size(size_t keylen)
-{
-    return sizeof(velstringhashitem) + keylen / 8 * 8 + 8;
-}
 
 /* Fills an item and adds it. The key may lie in the item that goes for it, so from there on it is
  * read in the new one. */
@@ -187,18 +181,6 @@ static void vel_stringhash_add_item(velstringhash *velstringhash, velstringhashi
     memcpy(item->key, key.string, key.length);
     const vel_stringhash_key ownkey = {item->key, key.length, key.lastgroup, key.hash};
     vel_hash_add_item<vel_stringhash_kind>(velstringhash->hash, item, key.hash, ownkey);
-}
-
-void vel_stringhash_set_borrowed(velstringhash *velstringhash,
-                                 vel_stringhash_borrowed_cb *borrowedcallback)
-{
-    velstringhash->borrowedcallback = borrowedcallback;
-}
-
-void vel_stringhash_add_in(velstringhash *velstringhash, void *memory, const char *key, void *value)
-{
-    vel_stringhash_add_item(velstringhash, static_cast<velstringhashitem *>(memory),
-                            vel_stringhash_make_key(key), value);
 }
 
 int vel_stringhash_add(velstringhash *velstringhash, const char *key, void *value)
@@ -270,6 +252,86 @@ void vel_stringhash_settle(velstringhash *velstringhash)
     velhash *const velhash = velstringhash->hash;
     while (vel_hash_target(velhash) != velhash->mainarray)
         vel_hash_move_one_item<vel_stringhash_kind>(velhash, vel_hash_target(velhash));
+}
+
+/* ---- In memory of a neighbour ---- */
+
+void vel_stringhash_set_entry(velstringhashitem *entry, size_t keylen)
+{
+    const size_t restlen = keylen % 8;
+    char *const lastgroup = entry->key + (keylen - restlen);
+    const uint64_t group = vel_hashfunc_load<uint64_t>(lastgroup) & ~(~uint64_t{0} >> 8 * restlen);
+
+    vel_hashfunc_store(lastgroup, group);
+    entry->hash = static_cast<size_t>(
+        vel_hashfunc_combine(entry->key, keylen, group >> 8 * (7 - restlen) >> 8));
+}
+
+bool vel_stringhash_same_entry(const velstringhashitem *entry, const velstringhashitem *other)
+{
+    return entry->hash == other->hash && strcmp(entry->key, other->key) == 0;
+}
+
+void vel_stringhash_set_borrowed(velstringhash *velstringhash,
+                                 vel_stringhash_borrowed_cb *borrowedcallback)
+{
+    velstringhash->borrowedcallback = borrowedcallback;
+}
+
+void vel_stringhash_add_entry(velstringhash *velstringhash, velstringhashitem *entry)
+{
+    const vel_stringhash_key key = vel_stringhash_make_key(entry->key);
+
+    vel_hash_add_item<vel_stringhash_kind>(velstringhash->hash, entry, key.hash, key);
+}
+
+void vel_stringhash_release(velstringhash *velstringhash)
+{
+    velstringhash->hash->takecallback = nullptr;
+}
+
+/* ---- Chains ---- */
+
+size_t vel_stringhash_size(size_t entries)
+{
+    return sizeof(velstringhash) + vel_hash_size(entries);
+}
+
+/* Links the entries of an ordered chain, as many as that, in an array. Returns those behind them. */
+static velstringhashitem *vel_stringhash_fill(velhasharray *velhasharray, velstringhashitem *chain,
+                                              size_t entries)
+{
+    for (; entries > 0; entries--) {
+        auto *const next = static_cast<velstringhashitem *>(chain->link.next);
+        vel_hash_array_link(velhasharray, vel_hash_array_slot(velhasharray, chain->hash),
+                            chain->hash, &chain->link);
+        chain = next;
+    }
+    return chain;
+}
+
+velstringhash *vel_stringhash_create_in(velstringhashitem *chain, size_t entries,
+                                        vel_stringhash_destroy_cb *destroycallback, void *context,
+                                        vel_stringhash_take_cb *takecallback, void *takecontext)
+{
+    auto *const velstringhash = static_cast<struct velstringhash *>(
+        takecallback(takecontext, sizeof(struct velstringhash)));
+    if (!velstringhash) {
+        VEL_LOG(7, "not enough memory for velstringhash structure");
+        return nullptr;
+    }
+    velhash *const hash =
+        vel_hash_create_in(entries, offsetof(velstringhashitem, link), vel_stringhash_calchashitem,
+                           vel_stringhash_compareitem, vel_stringhash_destroyitem, velstringhash,
+                           takecallback, takecontext);
+    if (!hash)
+        return nullptr;
+    *velstringhash = {hash, destroycallback, context, nullptr};
+    const size_t pending = vel_stringhash_pending(entries);
+    chain = vel_stringhash_fill(vel_hash_target(hash), chain, entries - pending);
+    (void)vel_stringhash_fill(hash->mainarray, chain, pending);
+    hash->entries = entries;
+    return velstringhash;
 }
 
 /* ---- Enumeration ---- */

@@ -110,17 +110,21 @@ TEST_F(VeljsonLong, RootIsSetAndTheDocumentReadAgain)
     EXPECT_EQ(output(document), "null");
 }
 
+/* Strings that do not fit into a chunk. */
 TEST(VeljsonLongString, HasAChunkToItself)
 {
-    const std::string string(100000, 's');
+    const std::string string(9000000, 's');
     veljson *document = vel_json_create();
-    const char *first, *second;
 
-    ASSERT_EQ(vel_json_parse(document, ("[\"" + string + "\",\"" + string + "\"]").c_str()), 0);
-    EXPECT_EQ(vel_json_fetch_string(document, &first, "#", 0UL, nullptr), 0);
-    EXPECT_EQ(vel_json_fetch_string(document, &second, "#", 1UL, nullptr), 0);
-    EXPECT_EQ(first, string);
-    EXPECT_EQ(second, string);
+    ASSERT_EQ(vel_json_parse(document, ("[\"" + string + "\",\"" + string + "\",\"" + string +
+                                        "\",\"\\n" + string + "\"]")
+                                           .c_str()),
+              0);
+    for (unsigned long i = 0; i < 4; i++) {
+        const char *found;
+        ASSERT_EQ(vel_json_fetch_string(document, &found, "#", i, nullptr), 0);
+        EXPECT_TRUE((i == 3 ? "\n" + string : string) == found) << i;
+    }
     vel_json_destroy(document);
 }
 
@@ -134,12 +138,12 @@ TEST(VeljsonLongFailure, EachAllocationMayFail)
     veljson *document = vel_json_create();
     size_t failures = 0;
 
-    for (size_t number = 1; number < 60; number++) {
+    for (size_t number = 1; number < 10; number++) {
         support::malloc_watch watch(number, number);
         if (vel_json_parse(document, text.c_str()) < 0)
             failures++;
     }
-    EXPECT_GT(failures, 10U);
+    EXPECT_GT(failures, 2U); /* the context, the nodes, and the memory promised for tables */
     EXPECT_EQ(vel_json_parse(document, text.c_str()), 0);
     vel_json_destroy(document);
     log.take();

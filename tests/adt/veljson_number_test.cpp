@@ -106,6 +106,23 @@ TEST_F(VeljsonNumber, ReadsFractionsOfAnyLength)
     }
 }
 
+/* Of few digits, as most are. */
+TEST_F(VeljsonNumber, ReadsShortFractions)
+{
+    for (int i = 0; i < 15000; i++) {
+        std::string text = std::to_string(random() % (i % 4 ? 1000 : 2)) + ".";
+        text += digits(1 + random() % (i % 2 ? 17 : 4));
+        if (random() % 2)
+            text.insert(0, "-");
+        ASSERT_NO_FATAL_FAILURE(expect_read(text));
+        int64_t rounded = 77;
+        ASSERT_EQ(vel_json_parse(document, ("[" + text + "]").c_str()), 0);
+        ASSERT_EQ(vel_json_fetch_int64(document, &rounded, "#", 0ul, nullptr), 0);
+        const double value = plain_strtod(text);
+        ASSERT_EQ(rounded, static_cast<int64_t>(value < 0 ? value - 0.5 : value + 0.5)) << text;
+    }
+}
+
 TEST_F(VeljsonNumber, ReadsTheExactValueOfADouble)
 {
     for (int i = 0; i < 2000; i++)
