@@ -53,7 +53,7 @@ static inline vel_error_t vel_json_node_output_buffer_check(veljsonoutput *outpu
 /* Writes bytes for which there is room. */
 static inline void vel_json_output_put(veljsonoutput *output, const char *bytes, size_t len)
 {
-    memcpy(output->buf + output->pos, bytes, len);
+    vel_json_copy_text(output->buf + output->pos, bytes, len);
     output->pos += len;
 }
 
@@ -90,49 +90,69 @@ static char vel_json_escape_letter(unsigned char byte)
     }
 }
 
-/* Writes the escaped text to result, unless that is NULL. Returns its length. */
-static size_t vel_json_string_escape_to(char *result, const char *string)
+/* Writes the escape of a byte to result, unless that is NULL. Returns its length. */
+static size_t vel_json_escape_to(char *result, unsigned char byte)
 {
     static constexpr char hexdigits[] = "0123456789abcdef";
+    const char letter = vel_json_escape_letter(byte);
+    const char escape[] = {'\\', letter, '0', '0', hexdigits[byte >> 4], hexdigits[byte & 15]};
+    const size_t length = letter == 'u' ? 6 : 2;
+
+    if (result)
+        memcpy(result, escape, length);
+    return length;
+}
+
+/* Writes the escaped text to result, unless that is NULL. Returns its length. */
+static size_t vel_json_string_escape_to(char *result, const char *string, size_t len)
+{
     size_t pos = 0;
 
-    for (; *string; string++) {
-        const auto byte = static_cast<unsigned char>(*string);
-        const char letter = vel_json_escape_letter(byte);
-        const char escape[] = {'\\', letter, '0', '0', hexdigits[byte >> 4], hexdigits[byte & 15]};
-        const size_t length = letter == '\0' ? 1 : letter == 'u' ? 6 : 2;
+    for (size_t i = 0; i < len; i++) {
+        const size_t plain = vel_json_scan_plain(string + i, len - i);
         if (result)
-            memcpy(result + pos, letter ? escape : string, length);
-        pos += length;
+            memcpy(result + pos, string + i, plain);
+        pos += plain;
+        i += plain;
+        if (i < len)
+            pos += vel_json_escape_to(result ? result + pos : nullptr,
+                                      static_cast<unsigned char>(string[i]));
     }
     return pos;
 }
 
 /* Returns the escaped text as a new string, or NULL without memory, which is logged. */
-static char *vel_json_string_escape(const char *string, size_t *resultlenptr)
+static char *vel_json_string_escape(const char *string, size_t len, size_t *resultlenptr)
 {
-    const size_t resultlen = vel_json_string_escape_to(nullptr, string);
+    const size_t resultlen = vel_json_string_escape_to(nullptr, string, len);
     auto *const result = static_cast<char *>(vel_malloc(resultlen + 1));
 
     if (!result) {
         VEL_LOG(7, "not enough memory for escaping string (%zu bytes)", resultlen + 1);
         return nullptr;
     }
-    const size_t pos = vel_json_string_escape_to(result, string);
+    const size_t pos = vel_json_string_escape_to(result, string, len);
     VEL_ASSERT(pos == resultlen);
     result[resultlen] = '\0';
     *resultlenptr = resultlen;
     return result;
 }
 
-/* Writes a text that needs no more escapes, in quotes. */
-static vel_error_t vel_json_output_quoted(veljsonoutput *output, const char *text, size_t len)
+/* Makes room for a text of len bytes in quotes. */
+static vel_error_t vel_json_output_quoted_check(veljsonoutput *output, size_t len)
 {
     if (len > vel_limit_max_size_t() - 2) {
         VEL_LOG(7, "escaped string length would wrap size_t");
         return VEL_ERROR_OUT_OF_RANGE;
     }
-    const vel_error_t error = vel_json_node_output_buffer_check(output, len + 2);
+    return vel_json_node_output_buffer_check(output, len + 2);
+}
+
+/* Writes a text that needs no more escapes, in quotes. */
+static vel_error_t vel_json_output_quoted(veljsonoutput *output, const char *text, size_t len)
+{
+    const vel_error_t error = vel_json_output_quoted_check(output, len);
+
     if (error)
         return error;
     vel_json_output_put(output, "\"", 1);
@@ -141,16 +161,32 @@ static vel_error_t vel_json_output_quoted(veljsonoutput *output, const char *tex
     return VEL_ERROR_NONE;
 }
 
-/* Once a text is long, strings that need no escape are spared the way through a block of their own.
- * A short text allocates for each, as the contract has it. */
+/* Writes a text in quotes that is escaped on the way. */
+static vel_error_t vel_json_output_escaped(veljsonoutput *output, const char *string, size_t len)
+{
+    const size_t escapedlen = vel_json_string_escape_to(nullptr, string, len);
+    const vel_error_t error = vel_json_output_quoted_check(output, escapedlen);
+
+    if (error)
+        return error;
+    vel_json_output_put(output, "\"", 1);
+    output->pos += vel_json_string_escape_to(output->buf + output->pos, string, len);
+    vel_json_output_put(output, "\"", 1);
+    return VEL_ERROR_NONE;
+}
+
+/* Once a text is long, strings are spared the way through a block of their own. A short text allocates
+ * for each, as the contract has it. */
 static vel_error_t vel_json_output_string(veljsonoutput *output, const char *string)
 {
     size_t len = strlen(string);
 
-    if (output->buflen > vel_json_output_firstsize && vel_json_scan_plain(string, len) == len)
-        return vel_json_output_quoted(output, string, len);
+    if (output->buflen > vel_json_output_firstsize)
+        return vel_json_scan_plain(string, len) == len
+                   ? vel_json_output_quoted(output, string, len)
+                   : vel_json_output_escaped(output, string, len);
 
-    char *const escaped = vel_json_string_escape(string, &len);
+    char *const escaped = vel_json_string_escape(string, len, &len);
     if (!escaped) {
         VEL_LOG(7, "not enough memory for escaping string for JSON");
         return VEL_ERROR_NO_MEMORY;
@@ -160,7 +196,32 @@ static vel_error_t vel_json_output_string(veljsonoutput *output, const char *str
     return error;
 }
 
+/* Writes a key of a hash, and what separates it from its value. */
+static vel_error_t vel_json_output_key(veljsonoutput *output, const char *key)
+{
+    const size_t len = vel_json_scan_plain_key(key);
+
+    if (output->buflen > vel_json_output_firstsize && key[len] == '\0') {
+        const vel_error_t error = vel_json_node_output_buffer_check(output, len + 4);
+        if (error)
+            return error;
+        vel_json_output_put(output, "\"", 1);
+        vel_json_output_put(output, key, len);
+        vel_json_output_put(output, "\": ", 3);
+        return VEL_ERROR_NONE;
+    }
+    const vel_error_t error = vel_json_output_string(output, key);
+    return error ? error : vel_json_output_text(output, ": ", 2);
+}
+
 /* ---- Numbers ---- */
+
+static constexpr char vel_json_digitpairs[] = "0001020304050607080910111213141516171819202122232425"
+                                              "262728293031323334353637383940414243444546474"
+                                              "8495051525354555657585960616263646566676869707172737"
+                                              "475767778798081828384858687888990919293949596"
+                                              "979899";
+static_assert(sizeof vel_json_digitpairs == 201);
 
 static vel_error_t vel_json_output_integer(veljsonoutput *output, int64_t value)
 {
@@ -170,6 +231,12 @@ static vel_error_t vel_json_output_integer(veljsonoutput *output, int64_t value)
 
     if (value < 0)
         magnitude = -magnitude;
+    for (; magnitude >= 100; magnitude /= 100) {
+        const size_t pair = magnitude % 100 * 2;
+        VEL_ASSERT(i > 1);
+        text[--i] = vel_json_digitpairs[pair + 1];
+        text[--i] = vel_json_digitpairs[pair];
+    }
     do {
         VEL_ASSERT(i > 0);
         text[--i] = static_cast<char>('0' + magnitude % 10);
@@ -243,9 +310,7 @@ static vel_error_t vel_json_output_value(veljsonoutput *output, vel_json_levels 
     vel_error_t error = VEL_ERROR_NONE;
 
     if (level->source->nodetype == VEL_JSON_TYPE_OBJECT) {
-        error = vel_json_output_string(output, level->key);
-        if (error == VEL_ERROR_NONE)
-            error = vel_json_output_text(output, ": ", 2);
+        error = vel_json_output_key(output, level->key);
     }
     if (error == VEL_ERROR_NONE)
         error = vel_json_output_node(output, levels, level->value);
