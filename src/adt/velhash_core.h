@@ -18,7 +18,9 @@ static constexpr size_t vel_hash_initialslots = 5;
  * are none. */
 typedef void *vel_hash_take_cb(void *takecontext, size_t size);
 
-struct velhash {
+/* In memory of a neighbour things stand one behind the other, so that their sizes are multiples of
+ * eight. */
+struct alignas(8) velhash {
     size_t minslotcount;
     velhasharray *mainarray;    /* the array in use; NULL in a half-built table only */
     velhasharray *biggerarray;  /* while the table grows, the one that items move to */

@@ -27,7 +27,7 @@ struct velhashslot {
     uint64_t filter;    /* the bit of each item in the chain, and of some that were in it */
 };
 
-struct velhasharray {
+struct alignas(8) velhasharray {
     size_t slotcount;
     velhashslot *slots;   /* those of a block that is not in use are garbage */
     size_t entries;       /* items in this array */

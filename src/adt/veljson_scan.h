@@ -37,19 +37,12 @@ static inline uint64_t vel_json_scan_load(const char *bytes)
     return block;
 }
 
-/* Sixteen bytes at once, where the processor can. */
+/* Sixteen bytes at once, where the processor can. Functions take vectors by reference, since how they are
+ * passed depends on that. */
 typedef uint8_t vel_json_vector __attribute__((vector_size(16)));
 
-static inline vel_json_vector vel_json_vector_load(const char *bytes)
-{
-    vel_json_vector vector;
-
-    memcpy(&vector, bytes, sizeof vector);
-    return vector;
-}
-
 /* How many bytes stand before the first that is not zero. */
-template <typename Vector> static inline size_t vel_json_vector_before(Vector mask)
+template <typename Vector> static inline size_t vel_json_vector_before(const Vector &mask)
 {
     const auto *const bytes = reinterpret_cast<const char *>(&mask);
     const uint64_t low = vel_json_scan_load(bytes);
@@ -64,7 +57,8 @@ template <typename Vector> static inline size_t vel_json_vector_before(Vector ma
 static inline size_t vel_json_scan_string(const char *text, size_t pos, size_t length)
 {
     for (; length - pos >= 16; pos += 16) {
-        const vel_json_vector vector = vel_json_vector_load(text + pos);
+        vel_json_vector vector;
+        memcpy(&vector, text + pos, sizeof vector);
         const size_t before = vel_json_vector_before((vector == '"') | (vector == '\\'));
         if (before < 16)
             return pos + before;
@@ -78,7 +72,8 @@ static inline size_t vel_json_scan_string(const char *text, size_t pos, size_t l
 static inline size_t vel_json_scan_space(const char *text, size_t pos, size_t length)
 {
     for (; length - pos >= 16; pos += 16) {
-        const vel_json_vector vector = vel_json_vector_load(text + pos);
+        vel_json_vector vector;
+        memcpy(&vector, text + pos, sizeof vector);
         const size_t before = vel_json_vector_before((vector != ' ') & (vector != '\n') &
                                                      (vector != '\r') & (vector != '\t'));
         if (before < 16)
@@ -109,8 +104,9 @@ static inline size_t vel_json_scan_plain_eight(const char *text)
 
 static inline size_t vel_json_scan_plain_sixteen(const char *text)
 {
-    const vel_json_vector vector = vel_json_vector_load(text);
+    vel_json_vector vector;
 
+    memcpy(&vector, text, sizeof vector);
     return vel_json_vector_before((vector == '"') | (vector == '\\') | (vector < 32));
 }
 

@@ -13,7 +13,7 @@
 
 #define VEL_MODULE "adt/velstringhash"
 
-struct velstringhash {
+struct alignas(8) velstringhash {
     velhash *hash;                              /* its context is the velstringhash */
     vel_stringhash_destroy_cb *destroycallback; /* or NULL */
     void *context;
