@@ -25,8 +25,8 @@
  *   string for all that looks at it.
  * - The last of several members with the same key wins.
  *
- * Threads: one at a time for each document, also for fetching and writing, which may
- * move what they find.
+ * Threads: one at a time for each document, also where it is only looked at: fetching, enumerating,
+ * writing and copying out of it may move what they find.
  * Note: doubles are written with six digits, as %g does, which may give an exponent, inf or nan, and
  * these are not read again. All numbers are read and written with a dot, in any locale. */
 typedef struct veljson veljson;
