@@ -2,6 +2,7 @@
 #define VELLIB_ADT_VELJSON_POOL_H
 
 #include <cstddef>
+#include <cstdint>
 
 /* Memory for the nodes and strings of a long text, a chunk at a time. It is given back as a whole,
  * so what is built by setting and adding does not come from here; once there is such, the tree has to
@@ -66,10 +67,17 @@ static inline void vel_json_pool_shorten(vel_json_pool *pool, const void *block,
     pool->left += size - newsize;
 }
 
-/* Promises size bytes, a multiple of eight, to be taken later. */
+/* More bytes are not promised, as no block has so many. */
+static constexpr size_t vel_json_pool_reserved_most = SIZE_MAX / 2;
+
+/* Promises size bytes, a multiple of eight, to be taken later. Where the address space is small, what a
+ * text asks for together may be beyond what can be told; then the promise cannot be kept. */
 static inline void vel_json_pool_reserve(vel_json_pool *pool, size_t size)
 {
-    pool->reserved += size;
+    if (size < vel_json_pool_reserved_most - pool->reserved)
+        pool->reserved += size;
+    else
+        pool->reserved = vel_json_pool_reserved_most;
 }
 
 /* Allocates all that has been promised, as pages that cost nothing until they are taken. Returns false

@@ -76,6 +76,21 @@ TEST(VeljsonShape, AnArrayIsAChain)
     EXPECT_EQ(first->next->next, added);
 }
 
+/* Rather no memory than too little, where what tables need together cannot be told. */
+TEST(VeljsonPool, PromisesNoMoreThanThereCanBe)
+{
+    const size_t most = vel_json_pool_reserved_most;
+    vel_json_pool pool = {};
+    vel_json_pool_reserve(&pool, 280);
+    EXPECT_EQ(pool.reserved, 280u);
+    vel_json_pool_reserve(&pool, most - 281);
+    EXPECT_EQ(pool.reserved, most - 1);
+    for (int i = 0; i < 3; i++) {
+        vel_json_pool_reserve(&pool, most - 7);
+        EXPECT_EQ(pool.reserved, most);
+    }
+}
+
 TEST(VeljsonShape, AClearedNodeIsOfNoTypeAndKeepsItsPlace)
 {
     json_document document("[{\"a\":1},[2],\"b\",4]");
