@@ -6,6 +6,7 @@
 #include <vellib/veljson.h>
 #include <vellib/velmalloc.h>
 
+#include "support/guardedpages.h"
 #include "support/logcapture.h"
 #include "support/oom.h"
 #include "support/platform_malloc.h"
@@ -108,6 +109,48 @@ TEST_F(VeljsonLong, RootIsSetAndTheDocumentReadAgain)
     EXPECT_EQ(vel_json_parse(document, (long_text() + "x").c_str()), -1);
     ASSERT_EQ(vel_json_node_set_null(document, nullptr), VEL_ERROR_NONE);
     EXPECT_EQ(output(document), "null");
+}
+
+/* Whole vectors are read, but none behind the text, whose strings begin at any address. */
+TEST(VeljsonLongText, MayEndWhereMemoryEnds)
+{
+    const std::string blanks(16384, ' ');
+    const support::guarded_pages pages;
+    veljson *document = vel_json_create();
+    const char *found;
+    double number;
+
+    for (size_t length = 0; length <= 100; length++)
+        for (const char *end :
+             {"]", " ]", ",]", "] ", "]       ", "]\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n\n"}) {
+            const std::string string(length, 's'), digits(length + 1, '5');
+            std::string text = blanks + "[{\"" + string + "\":0.5},\"" + string + "\"" + end;
+            const void *placed = pages.place(text.c_str(), text.size() + 1);
+            ASSERT_EQ(vel_json_parse(document, static_cast<const char *>(placed)), 0) << text;
+            ASSERT_EQ(vel_json_fetch_string(document, &found, "#", 1UL, nullptr), 0);
+            ASSERT_EQ(found, string);
+            ASSERT_EQ(vel_json_fetch_double(document, &number, "#", 0UL, string.c_str(), nullptr),
+                      0);
+            ASSERT_EQ(number, 0.5);
+
+            text = blanks + "[\"\\n" + string + "\",0." + digits + end;
+            placed = pages.place(text.c_str(), text.size() + 1);
+            ASSERT_EQ(vel_json_parse(document, static_cast<const char *>(placed)), 0) << text;
+            ASSERT_EQ(vel_json_fetch_string(document, &found, "#", 0UL, nullptr), 0);
+            ASSERT_EQ(found, "\n" + string);
+            ASSERT_EQ(vel_json_fetch_double(document, &number, "#", 1UL, nullptr), 0);
+            ASSERT_EQ(number, std::stod("0." + digits));
+        }
+    for (size_t length = 0; length <= 100; length++) /* an object may lack its end */
+        for (const char *end : {"\"", "\",", "\"}"}) {
+            const std::string string(length, 's');
+            const std::string text = blanks + "{\"key\":\"" + string + end;
+            const void *placed = pages.place(text.c_str(), text.size() + 1);
+            ASSERT_EQ(vel_json_parse(document, static_cast<const char *>(placed)), 0) << text;
+            ASSERT_EQ(vel_json_fetch_string(document, &found, "key", nullptr), 0);
+            ASSERT_EQ(found, string);
+        }
+    vel_json_destroy(document);
 }
 
 /* Strings that do not fit into a chunk. */
