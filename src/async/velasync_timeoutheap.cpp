@@ -134,14 +134,13 @@ void vel_async_timeoutheap_add(velasynctimeoutheap *heap, velasynctimeoutnode *n
     vel_async_timeoutheap_rise(heap, heap->count++, {deadline, heap->sequence++, node->slot});
 }
 
-/* Drops the first entry. Its slot is free. */
+/* Drops the first of several entries. Its slot is free. */
 static void vel_async_timeoutheap_drop_first(velasynctimeoutheap *heap)
 {
     const size_t slot = heap->entries[0].slot;
     const velasynctimeoutentry last = heap->entries[--heap->count];
     heap->entries[heap->count].slot = slot;
-    if (heap->count > 0)
-        vel_async_timeoutheap_sink(heap, 0, last);
+    vel_async_timeoutheap_sink(heap, 0, last);
 }
 
 void vel_async_timeoutheap_remove(velasynctimeoutheap *heap, velasynctimeoutnode *node)

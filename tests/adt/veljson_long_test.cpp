@@ -36,6 +36,9 @@ std::string output(veljson *document)
     return result;
 }
 
+/* Makes a text long that it stands in. */
+const std::string long_string(20000, 'x');
+
 class VeljsonLong : public testing::Test {
   protected:
     void SetUp() override
@@ -169,6 +172,69 @@ TEST(VeljsonLongString, HasAChunkToItself)
         EXPECT_TRUE((i == 3 ? "\n" + string : string) == found) << i;
     }
     vel_json_destroy(document);
+}
+
+/* Two keys with the same hash, in a short text and in a long one. */
+TEST(VeljsonLongKeys, WithTheSameHash)
+{
+    for (const char *padding : {"", long_string.c_str()}) {
+        veljson *document = vel_json_create();
+        const std::string text =
+            std::string("{\"AAAAAAA@xxxxxxxb\":1,\"AAAAAAAAxxxxxxxB\":2,\"\":\"") + padding +
+            "\",\"AAAAAAA@xxxxxxxb\":3}";
+        int first = 0, second = 0;
+        EXPECT_EQ(vel_json_parse(document, text.c_str()), 0);
+        EXPECT_EQ(vel_json_fetch_int(document, &first, "AAAAAAA@xxxxxxxb", nullptr), 0);
+        EXPECT_EQ(vel_json_fetch_int(document, &second, "AAAAAAAAxxxxxxxB", nullptr), 0);
+        EXPECT_EQ(first, 3);
+        EXPECT_EQ(second, 2);
+        vel_json_destroy(document);
+    }
+}
+
+/* What cannot be decoded is told as in a short text. */
+TEST(VeljsonLongString, ThatCannotBeDecoded)
+{
+    support::log_capture log;
+    for (const char *bad : {"\\q", "\\u12", "\\ud83d", "\\ud83dx", "\\udc00"}) {
+        std::vector<std::vector<support::log_line>> said;
+        for (const std::string &before : {std::string(), long_string}) {
+            veljson *document = vel_json_create();
+            log.clear();
+            EXPECT_EQ(vel_json_parse(document, ("[\"" + before + bad + "\"]").c_str()), -1) << bad;
+            said.push_back(log.take());
+            vel_json_destroy(document);
+        }
+        EXPECT_EQ(said[0].empty(), false) << bad;
+        EXPECT_EQ(said[0], said[1]) << bad;
+    }
+}
+
+/* A text grows where a string is escaped, and where there is a key. */
+TEST(VeljsonLongOutput, EachAllocationMayFail)
+{
+    std::string strings = "[", keys = "{";
+    for (int i = 0; i < 700; i++) {
+        strings += "\"" + std::string(20, 'x') + "\\n\",";
+        keys += "\"" + std::string(40, 'k') + std::to_string(i) + "\":0,";
+    }
+    support::log_capture log;
+    for (const std::string &source : {strings + "]", keys + "}"}) {
+        veljson *document = vel_json_create();
+        ASSERT_EQ(vel_json_parse(document, source.c_str()), 0);
+        const std::string expected = output(document);
+        size_t failures = 0;
+        std::string got;
+        while (got.empty() && failures < 1000) {
+            log.clear();
+            support::malloc_watch watch(failures + 1, failures + 1);
+            got = output(document);
+            failures += got.empty();
+        }
+        EXPECT_EQ(got, expected);
+        EXPECT_GT(failures, 4u);
+        vel_json_destroy(document);
+    }
 }
 
 /* Only an array that cannot grow its table goes unseen: it is tried again with the next member. */
