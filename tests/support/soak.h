@@ -13,7 +13,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <ostream>
-#include <sched.h>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -73,16 +73,33 @@ inline std::ostream &operator<<(std::ostream &out, const soak_state &state)
                << state.blocks << " blocks, " << state.residents << " KiB";
 }
 
-inline size_t soak_entries(const char *name)
+/* Counts the entries of a directory that fit. */
+template <typename Fits> size_t soak_entries(const char *name, Fits fits)
 {
     size_t count = 0;
     DIR *directory = opendir(name);
     if (!directory)
         abort();
-    while (readdir(directory))
-        count++;
+    while (const dirent *entry = readdir(directory))
+        count += entry->d_name[0] != '.' && fits(entry->d_name);
     closedir(directory);
     return count;
+}
+
+/* Whether a thread is there to stay. One that has been joined is in the list of the kernel for a
+ * moment still, but has the flag PF_EXITING. */
+inline bool soak_thread_runs(const char *id)
+{
+    char status[1024] = "";
+    FILE *file = fopen((std::string("/proc/self/task/") + id + "/stat").c_str(), "re");
+    if (!file)
+        return false;
+    const bool there = fgets(status, sizeof status, file) != nullptr;
+    fclose(file);
+    const char *behindname = strrchr(status, ')');
+    unsigned long flags = 0;
+    return there && behindname &&
+           sscanf(behindname, ") %*c %*d %*d %*d %*d %*d %lu", &flags) == 1 && !(flags & 4);
 }
 
 inline long soak_residents()
@@ -100,18 +117,12 @@ inline long soak_residents()
     return kilobytes;
 }
 
-/* Looks at the process. A thread that has been joined is in the list of the kernel for a moment
- * still: where the number of threads to come is known, it is waited for. */
-inline soak_state soak_look(size_t threads = 0)
+/* Looks at the process. */
+inline soak_state soak_look()
 {
     soak_state state = {};
-    for (int i = 0; i < 100000; i++) {
-        state.threads = soak_entries("/proc/self/task") - 2; /* without . and .. */
-        if (threads == 0 || state.threads == threads)
-            break;
-        sched_yield();
-    }
-    state.descriptors = soak_entries("/proc/self/fd");
+    state.threads = soak_entries("/proc/self/task", soak_thread_runs);
+    state.descriptors = soak_entries("/proc/self/fd", [](const char *) { return true; });
     state.residents = soak_residents();
 #if !defined(SUPPORT_SOAK_INTERCEPTOR)
     state.blocks = soak_block_count;
