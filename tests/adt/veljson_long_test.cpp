@@ -162,15 +162,28 @@ TEST(VeljsonLongString, HasAChunkToItself)
     const std::string string(9000000, 's');
     veljson *document = vel_json_create();
 
-    ASSERT_EQ(vel_json_parse(document, ("[\"" + string + "\",\"" + string + "\",\"" + string +
-                                        "\",\"\\n" + string + "\"]")
-                                           .c_str()),
-              0);
+    const std::string text =
+        "[\"" + string + "\",\"" + string + "\",\"" + string + "\",\"\\n" + string + "\"]";
+    ASSERT_EQ(vel_json_parse(document, text.c_str()), 0);
     for (unsigned long i = 0; i < 4; i++) {
         const char *found;
         ASSERT_EQ(vel_json_fetch_string(document, &found, "#", i, nullptr), 0);
         EXPECT_TRUE((i == 3 ? "\n" + string : string) == found) << i;
     }
+
+    /* The context, the first chunk, and then that of the last string. */
+    support::log_capture log;
+    int told = 0;
+    for (size_t number = 3; number <= 6; number++) {
+        log.clear();
+        support::malloc_watch watch(number, number);
+        if (vel_json_parse(document, text.c_str()) == -1)
+            told += log.take() == std::vector<support::log_line>{
+                                      {"adt/veljson", 7, "not enough memory for decoded string"},
+                                      {"adt/veljson", 7, "unable to decode the string"},
+                                      {"adt/veljson", 13, "unable to parse an array element"}};
+    }
+    EXPECT_EQ(told, 1);
     vel_json_destroy(document);
 }
 
